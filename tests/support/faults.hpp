@@ -1,0 +1,41 @@
+// Faults: calls of the library into the C library, counted, watched and made to fail.
+//
+// The library's own links to the C library are redirected through this fixture, so only its calls
+// are seen, never the test's. A call is named by its symbol: "malloc", "open", "read", "mmap" ...
+// The list of known calls stands in faults.cpp; an unknown name throws.
+#pragma once
+
+#include <functional>
+#include <string>
+
+namespace vyt::test {
+
+// Disarms everything when it is made and when it ends.
+class Faults {
+  public:
+    Faults();
+    ~Faults();
+    Faults(const Faults &) = delete;
+    Faults &operator=(const Faults &) = delete;
+
+    // Lets the nth call from now (1 is the next one) fail with this errno; the others go through.
+    void fail(const std::string &call, int error, unsigned nth = 1);
+    // Lets every call from now on fail with this errno.
+    void fail_always(const std::string &call, int error);
+    // Lets the nth allocation from now fail with ENOMEM, whichever call makes it (malloc, calloc,
+    // realloc, strdup, asprintf, vasprintf, getline, open_memstream, scandir, opendir, fopen: each
+    // counts as one).
+    void fail_allocation(unsigned nth);
+    // Runs the action before every call from now on, with the call's number counted from 1.
+    void before(const std::string &call, std::function<void(unsigned)> action);
+    // Replaces the call: the function must have its signature.
+    void replace(const std::string &call, void *function);
+    // How often it was called since the fixture was made or clear() was called.
+    unsigned calls(const std::string &call) const;
+    // True once the fault that was armed last has happened.
+    bool happened() const;
+    // Disarms everything and forgets the counts.
+    void clear();
+};
+
+} // namespace vyt::test

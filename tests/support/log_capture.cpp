@@ -1,0 +1,172 @@
+#include "support/log_capture.hpp"
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+#include <mutex>
+#include <regex>
+#include <syslog.h>
+#include <unistd.h>
+
+#include "lh_process.h"
+
+namespace vyt::test {
+namespace {
+
+constexpr int spoiled_errno = 4242;
+
+std::mutex mutex;
+std::vector<std::string> lines;
+unsigned debug_flags;
+int debug_answer = 1;
+unsigned flag_questions;
+int alive_mgr_pid = -1;
+
+std::string render(const char *format, va_list args)
+{
+    char *text = nullptr;
+    const int length = vasprintf(&text, format, args);
+    std::string rendered = length < 0 ? "unprintable" : std::string(text, length);
+    free(text);
+    return rendered;
+}
+
+std::string own_prefix()
+{
+    return std::string(program_invocation_short_name) + "(" + std::to_string(getpid()) + ")";
+}
+
+// Drops `start` from the text if it stands there.
+bool drop(std::string &text, const std::string &start)
+{
+    if (text.rfind(start, 0) != 0)
+        return false;
+    text.erase(0, start.size());
+    return true;
+}
+
+std::string short_error_line(int priority, std::string text)
+{
+    static const std::regex long_prefix(R"(^([A-Za-z_0-9]+):[1-9][0-9]*> ([^]*)$)");
+    static const std::regex short_prefix(R"(^<([A-Za-z_0-9]+):[1-9][0-9]*> ([^]*)$)");
+    std::smatch match;
+    const std::string level = priority == LOG_ERR ? "" : "[" + std::to_string(priority) + "] ";
+    std::string rest = text;
+    if (drop(rest, "<" + own_prefix() + ":") && std::regex_match(rest, match, long_prefix))
+        return level + match[1].str() + ": " + match[2].str();
+    if (std::regex_match(text, match, short_prefix))
+        return level + "<" + match[1].str() + ":#> " + match[2].str();
+    return level + text;
+}
+
+std::string short_debug_line(int priority, std::string text)
+{
+    static const std::regex numbered(R"(^<([A-Za-z_0-9]+):[1-9][0-9]*> ([^]*)$)");
+    std::string rest = text;
+    for (const char *flag : {"INOTIFY_DBG", "VRRP_DBG"}) {
+        const std::string prefix =
+            std::string("%VYT_HELPERS-D-") + flag + ": <" + own_prefix() + "> ";
+        if (priority != LOG_DEBUG || !drop(rest, prefix))
+            continue;
+        std::smatch match;
+        if (std::regex_match(rest, match, numbered))
+            rest = "<" + match[1].str() + ":#> " + match[2].str();
+        return std::string(flag) + " " + rest;
+    }
+    return "[" + std::to_string(priority) + "] " + text;
+}
+
+void keep(std::string line)
+{
+    const std::lock_guard lock(mutex);
+    lines.push_back(std::move(line));
+    errno = spoiled_errno;
+}
+
+} // namespace
+
+std::vector<std::string> take_lines()
+{
+    const std::lock_guard lock(mutex);
+    return std::exchange(lines, {});
+}
+
+void set_debug_flags(unsigned flags)
+{
+    debug_flags = flags;
+}
+
+void set_debug_answer(int answer)
+{
+    debug_answer = answer;
+}
+
+unsigned take_flag_questions()
+{
+    return std::exchange(flag_questions, 0);
+}
+
+void set_alive_mgr_pid(int pid)
+{
+    alive_mgr_pid = pid;
+}
+
+ColdLogTest::ColdLogTest()
+{
+    take_lines();
+    take_flag_questions();
+    set_debug_flags(0);
+    set_debug_answer(1);
+    set_alive_mgr_pid(-1);
+}
+
+ColdLogTest::~ColdLogTest() = default;
+
+void ColdLogTest::TearDown()
+{
+    for (const std::string &line : take_lines())
+        ADD_FAILURE() << "unexpected line: " << line;
+}
+
+LogTest::LogTest()
+{
+    lh_process_self_name_get();
+}
+
+} // namespace vyt::test
+
+using namespace vyt::test;
+
+extern "C" {
+
+void syslog(int priority, const char *format, ...)
+{
+    va_list args;
+    va_start(args, format);
+    std::string text = render(format, args);
+    va_end(args);
+    keep(short_error_line(priority, std::move(text)));
+}
+
+int SYSLOG_flag_get(int subsystem, int flag)
+{
+    flag_questions++;
+    errno = spoiled_errno;
+    return subsystem == 99 && (debug_flags >> flag & 1u) != 0 ? debug_answer : 0x100;
+}
+
+void SYSLOG_message(int priority, const char *format, ...)
+{
+    va_list args;
+    va_start(args, format);
+    std::string text = render(format, args);
+    va_end(args);
+    keep(short_debug_line(priority, std::move(text)));
+}
+
+int get_alive_mgr_pid(int unused)
+{
+    return unused == 0 ? alive_mgr_pid : -2;
+}
+}

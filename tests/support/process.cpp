@@ -1,0 +1,124 @@
+#include "support/process.hpp"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+namespace vyt::test {
+namespace {
+
+constexpr const char *marker = "VYT_TEST_OWN_PROCESS";
+
+int wait_for(pid_t child)
+{
+    int status = 0;
+    while (waitpid(child, &status, 0) < 0 && errno == EINTR)
+        ;
+    return WIFSIGNALED(status) ? 256 + WTERMSIG(status) : WEXITSTATUS(status);
+}
+
+std::string current_test()
+{
+    const ::testing::TestInfo *info = ::testing::UnitTest::GetInstance()->current_test_info();
+    return std::string(info->test_suite_name()) + "." + info->name();
+}
+
+} // namespace
+
+std::vector<int> open_descriptors()
+{
+    std::vector<int> descriptors;
+    for (const auto &entry : std::filesystem::directory_iterator("/proc/self/fd"))
+        descriptors.push_back(std::stoi(entry.path().filename().string()));
+    // The listing's own descriptor is closed by now.
+    descriptors.erase(std::remove_if(descriptors.begin(), descriptors.end(),
+                                     [](int fd) { return fcntl(fd, F_GETFD) == -1; }),
+                      descriptors.end());
+    std::sort(descriptors.begin(), descriptors.end());
+    return descriptors;
+}
+
+int run_in_child(const std::function<int()> &body)
+{
+    fflush(nullptr);
+    const pid_t child = fork();
+    if (child == 0) {
+        int status = body();
+        if (::testing::Test::HasFailure())
+            status = 99;
+        fflush(nullptr);
+        _exit(status);
+    }
+    return wait_for(child);
+}
+
+bool enter_own_process()
+{
+    if (getenv(marker) != nullptr)
+        return true;
+    fflush(nullptr);
+    const std::string filter = "--gtest_filter=" + current_test();
+    const pid_t child = fork();
+    if (child == 0) {
+        setenv(marker, "1", 1);
+        // ctest asks for reports through these; the child's run is not the reported one.
+        unsetenv("GTEST_OUTPUT");
+        unsetenv("GTEST_TOTAL_SHARDS");
+        execl("/proc/self/exe", program_invocation_name, filter.c_str(),
+              "--gtest_also_run_disabled_tests", nullptr);
+        _exit(127);
+    }
+    EXPECT_EQ(wait_for(child), 0) << "in a process of its own: " << current_test();
+    return false;
+}
+
+bool wait_until(const std::function<bool()> &condition, std::chrono::milliseconds limit)
+{
+    const auto end = std::chrono::steady_clock::now() + limit;
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > end)
+            return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return true;
+}
+
+TempDir::TempDir()
+{
+    std::string name = std::filesystem::temp_directory_path() / "vyt-test-XXXXXX";
+    if (mkdtemp(name.data()) == nullptr)
+        throw std::runtime_error("mkdtemp failed");
+    path_ = name;
+}
+
+TempDir::~TempDir()
+{
+    std::error_code ignored;
+    std::filesystem::remove_all(path_, ignored);
+}
+
+void write_file(const std::string &path, const std::string &contents)
+{
+    std::ofstream file(path, std::ios::binary | std::ios::trunc);
+    file << contents;
+    file.close();
+    ASSERT_TRUE(file.good()) << path;
+}
+
+std::string read_file(const std::string &path)
+{
+    std::ifstream file(path, std::ios::binary);
+    std::ostringstream contents;
+    contents << file.rdbuf();
+    return contents.str();
+}
+
+} // namespace vyt::test

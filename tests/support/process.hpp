@@ -1,0 +1,49 @@
+// Processes and descriptors, as tests need them.
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace vyt::test {
+
+// The descriptors that this process has open.
+std::vector<int> open_descriptors();
+
+// Runs the body in a forked child and answers its exit status; 256 plus the signal that ended it.
+// The body's own result is the exit status; a failed gtest assertion inside makes it 99.
+int run_in_child(const std::function<int()> &body);
+
+// Re-runs the current test in a fresh process unless it is that process already; true when the
+// caller is to go on, false when the fresh process has done the work. Use OWN_PROCESS().
+bool enter_own_process();
+
+// Waits until the condition holds, at most for a generous time; false when it never did.
+bool wait_until(const std::function<bool()> &condition,
+                std::chrono::milliseconds limit = std::chrono::seconds(30));
+
+// A fresh empty directory, removed with everything in it at the end.
+class TempDir {
+  public:
+    TempDir();
+    ~TempDir();
+    TempDir(const TempDir &) = delete;
+    TempDir &operator=(const TempDir &) = delete;
+
+    const std::string &path() const { return path_; }
+    std::string operator/(const std::string &name) const { return path_ + "/" + name; }
+
+  private:
+    std::string path_;
+};
+
+void write_file(const std::string &path, const std::string &contents);
+std::string read_file(const std::string &path);
+
+} // namespace vyt::test
+
+// First line of a test that depends on a per-process cache: it runs in a process of its own.
+#define OWN_PROCESS()                                                                              \
+    if (!::vyt::test::enter_own_process())                                                         \
+    return
