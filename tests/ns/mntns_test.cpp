@@ -65,6 +65,12 @@ std::vector<std::string> network_devices()
     return names;
 }
 
+// A mount on /sys that may be taken away again: only the machine's root may unmount /sys itself.
+void cover_sys()
+{
+    ASSERT_EQ(mount("cover", "/sys", "tmpfs", 0, nullptr), 0);
+}
+
 ino_t mount_namespace()
 {
     struct stat status = {};
@@ -103,9 +109,7 @@ class Mntns : public LogTest {};
 TEST_F(Mntns, SysShowsTheDevicesOfTheNamespace)
 {
     World world;
-    // Where this is not the machine's root, a mount of /sys is only allowed while another is seen.
-    ASSERT_EQ(mkdir("/mnt/sys", 0755), 0);
-    ASSERT_EQ(mount("/sys", "/mnt/sys", nullptr, MS_BIND | MS_REC, nullptr), 0);
+    cover_sys();
     const ino_t outside = mount_namespace();
     EXPECT_EQ(run_in_child([&] {
                   EXPECT_EQ(unshare(CLONE_NEWNET), 0);
@@ -118,14 +122,13 @@ TEST_F(Mntns, SysShowsTheDevicesOfTheNamespace)
                   return 0;
               }),
               0);
-    EXPECT_NE(mount_at("/sys").source, "red");
+    EXPECT_EQ(mount_at("/sys").source, "cover");
 }
 
 TEST_F(Mntns, EveryOtherMountBecomesASlave)
 {
     World world;
-    ASSERT_EQ(mkdir("/mnt/sys", 0755), 0);
-    ASSERT_EQ(mount("/sys", "/mnt/sys", nullptr, MS_BIND | MS_REC, nullptr), 0);
+    cover_sys();
     ASSERT_EQ(mount("", "/", nullptr, MS_REC | MS_SHARED, nullptr), 0);
     EXPECT_EQ(run_in_child([&] {
                   EXPECT_EQ(unshare(CLONE_NEWNET), 0);

@@ -134,30 +134,21 @@ TEST_F(NetnsName, StringizingNullGivesAnEmptyText)
 
 // Handles and entering ---------------------------------------------------------------------------
 
-// A private /run/netns. The thread comes back to its network namespace at the end.
+// A private /run/netns, and namespaces of its own for the thread to start from.
 class Netns : public LogTest {
   protected:
     Netns()
     {
-        home_ = open("/proc/thread-self/ns/net", O_RDONLY | O_CLOEXEC);
-        home_uts_ = open("/proc/thread-self/ns/uts", O_RDONLY | O_CLOEXEC);
-        mkdir("/run/netns", 0755);
+        world_.leave_network();
+        EXPECT_EQ(unshare(CLONE_NEWUTS), 0);
+        EXPECT_EQ(mkdir("/run/netns", 0755), 0);
         descriptors_ = open_descriptors();
     }
 
-    ~Netns() override
-    {
-        EXPECT_EQ(open_descriptors(), descriptors_);
-        EXPECT_EQ(setns(home_, CLONE_NEWNET), 0);
-        EXPECT_EQ(setns(home_uts_, CLONE_NEWUTS), 0);
-        close(home_);
-        close(home_uts_);
-    }
+    ~Netns() override { EXPECT_EQ(open_descriptors(), descriptors_); }
 
     World world_;
     Faults faults_;
-    int home_;
-    int home_uts_;
     std::vector<int> descriptors_;
 };
 
