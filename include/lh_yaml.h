@@ -257,8 +257,8 @@ int yaml_prepare_data(yaml_emitter_t *emitter, yaml_event_t *event, FILE *config
  * @param config_file the file given to yaml_prepare_data(). It is only checked, neither written
  *                    through this argument nor closed: the caller closes it. Null is logged.
  * @return 0 when the document is complete and the file took it, else -1. A nested mapping or
- *         sequence that is still open, a key without a value, and an emit that failed earlier
- *         give -1.
+ *         sequence that is still open, a key without a value, an emit that failed earlier, and an
+ *         emitter that neither yaml_prepare_data() nor `yaml_emitter_open` opened give -1.
  * @errno  of the failing allocation or write, if there was one.
  * @log    `PTR_IS_NULL: emitter`; `PTR_IS_NULL: event`; `PTR_IS_NULL: config_file`; after any of
  *         them the emitter is untouched and still to be closed.

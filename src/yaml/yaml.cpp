@@ -41,12 +41,10 @@ bool can_emit(const yaml_emitter_t *emitter)
     return is_set_up(emitter) && emitter->error == YAML_NO_ERROR;
 }
 
-// libyaml asserts that the encoding is known, which it is from the start of the stream on. A writer
-// that failed has lost text already and is not asked to write what came after the gap.
+// libyaml asserts that the encoding is known, which it is from the start of the stream on.
 bool can_flush(const yaml_emitter_t *emitter)
 {
-    return is_set_up(emitter) && emitter->encoding != YAML_ANY_ENCODING &&
-           emitter->error != YAML_WRITER_ERROR;
+    return is_set_up(emitter) && emitter->encoding != YAML_ANY_ENCODING;
 }
 
 // Takes the event over: libyaml releases what it holds, whether or not the emit succeeds.

@@ -38,6 +38,45 @@ constexpr step steps[] = {
     [](auto *e, auto *v) { return yaml_block_sequence_event(e, v, 0); },
 };
 
+// Every helper, with what its third argument (or its fourth, after a good third one) is called.
+struct checked_call {
+    const char *name;
+    const char *third;
+    int (*call)(yaml_emitter_t *, yaml_event_t *, const char *text, FILE *file);
+};
+constexpr checked_call checked_calls[] = {
+    {"yaml_scalar_event_var", "str",
+     [](auto *e, auto *v, const char *x, FILE *) { return yaml_scalar_event_var(e, v, x); }},
+    {"yaml_scalar_event_val", "str",
+     [](auto *e, auto *v, const char *x, FILE *) { return yaml_scalar_event_val(e, v, x); }},
+    {"yaml_set_var_char", "var",
+     [](auto *e, auto *v, const char *x, FILE *) { return yaml_set_var_char(e, v, x); }},
+    {"yaml_set_val_char", "var",
+     [](auto *e, auto *v, const char *x, FILE *) { return yaml_set_val_char(e, v, x, x); }},
+    {"yaml_set_val_char", "val",
+     [](auto *e, auto *v, const char *x, FILE *) { return yaml_set_val_char(e, v, "k", x); }},
+    {"yaml_set_val_int", "var",
+     [](auto *e, auto *v, const char *x, FILE *) { return yaml_set_val_int(e, v, x, 1); }},
+    {"yaml_set_val_bool", "var",
+     [](auto *e, auto *v, const char *x, FILE *) { return yaml_set_val_bool(e, v, x, true); }},
+    {"yaml_set_val_str", "var",
+     [](auto *e, auto *v, const char *x, FILE *) { return yaml_set_val_str(e, v, x, x); }},
+    {"yaml_set_val_str", "val",
+     [](auto *e, auto *v, const char *x, FILE *) { return yaml_set_val_str(e, v, "k", x); }},
+    {"yaml_set_val_bool_str", "var",
+     [](auto *e, auto *v, const char *x, FILE *) { return yaml_set_val_bool_str(e, v, x, true); }},
+    {"yaml_mapping_event", nullptr,
+     [](auto *e, auto *v, const char *, FILE *) { return yaml_mapping_event(e, v, 1); }},
+    {"yaml_sequence_event", nullptr,
+     [](auto *e, auto *v, const char *, FILE *) { return yaml_sequence_event(e, v, 1); }},
+    {"yaml_block_sequence_event", nullptr,
+     [](auto *e, auto *v, const char *, FILE *) { return yaml_block_sequence_event(e, v, 1); }},
+    {"yaml_prepare_data", "config_file",
+     [](auto *e, auto *v, const char *, FILE *f) { return yaml_prepare_data(e, v, f); }},
+    {"yaml_close_data", "config_file",
+     [](auto *e, auto *v, const char *, FILE *f) { return yaml_close_data(e, v, f); }},
+};
+
 // libyaml pops its stacks without looking.
 bool stacks_are_sound(const yaml_emitter_t &emitter)
 {
@@ -68,63 +107,17 @@ class YamlFailure : public Yaml {
 
 TEST_F(YamlFailure, NullArgumentsAreLoggedInTheirOrder)
 {
-    const struct {
-        const char *name;
-        const char *third;
-        std::function<int(yaml_emitter_t *, yaml_event_t *, bool)> call; // true: a null third one
-    } helpers[] = {
-        {"yaml_scalar_event_var", "str",
-         [](auto *e, auto *v, bool no) { return yaml_scalar_event_var(e, v, no ? nullptr : "x"); }},
-        {"yaml_scalar_event_val", "str",
-         [](auto *e, auto *v, bool no) { return yaml_scalar_event_val(e, v, no ? nullptr : "x"); }},
-        {"yaml_set_var_char", "var",
-         [](auto *e, auto *v, bool no) { return yaml_set_var_char(e, v, no ? nullptr : "x"); }},
-        {"yaml_set_val_char", "var",
-         [](auto *e, auto *v, bool no) {
-             return yaml_set_val_char(e, v, no ? nullptr : "x", no ? nullptr : "x");
-         }},
-        {"yaml_set_val_char", "val",
-         [](auto *e, auto *v, bool no) {
-             return yaml_set_val_char(e, v, "x", no ? nullptr : "x");
-         }},
-        {"yaml_set_val_int", "var",
-         [](auto *e, auto *v, bool no) { return yaml_set_val_int(e, v, no ? nullptr : "x", 1); }},
-        {"yaml_set_val_bool", "var",
-         [](auto *e, auto *v, bool no) { return yaml_set_val_bool(e, v, no ? nullptr : "x", 1); }},
-        {"yaml_set_val_str", "var",
-         [](auto *e, auto *v, bool no) {
-             return yaml_set_val_str(e, v, no ? nullptr : "x", no ? nullptr : "x");
-         }},
-        {"yaml_set_val_str", "val",
-         [](auto *e, auto *v, bool no) { return yaml_set_val_str(e, v, "x", no ? nullptr : "x"); }},
-        {"yaml_set_val_bool_str", "var",
-         [](auto *e, auto *v, bool no) {
-             return yaml_set_val_bool_str(e, v, no ? nullptr : "x", true);
-         }},
-        {"yaml_mapping_event", nullptr,
-         [](auto *e, auto *v, bool) { return yaml_mapping_event(e, v, 1); }},
-        {"yaml_sequence_event", nullptr,
-         [](auto *e, auto *v, bool) { return yaml_sequence_event(e, v, 1); }},
-        {"yaml_block_sequence_event", nullptr,
-         [](auto *e, auto *v, bool) { return yaml_block_sequence_event(e, v, 1); }},
-        {"yaml_prepare_data", "config_file",
-         [this](auto *e, auto *v, bool no) {
-             return yaml_prepare_data(e, v, no ? nullptr : file);
-         }},
-        {"yaml_close_data", "config_file",
-         [this](auto *e, auto *v, bool no) { return yaml_close_data(e, v, no ? nullptr : file); }},
-    };
     ASSERT_EQ(prepare(), 0);
     const yaml_emitter_t before = emitter;
-    for (const auto &helper : helpers) {
+    for (const checked_call &helper : checked_calls) {
         const std::string line = std::string(helper.name) + ": PTR_IS_NULL: ";
         errno = 77;
-        EXPECT_EQ(helper.call(nullptr, nullptr, true), -1);
+        EXPECT_EQ(helper.call(nullptr, nullptr, nullptr, nullptr), -1);
         EXPECT_LINES(line + "emitter");
-        EXPECT_EQ(helper.call(e, nullptr, true), -1);
+        EXPECT_EQ(helper.call(e, nullptr, nullptr, nullptr), -1);
         EXPECT_LINES(line + "event");
         if (helper.third != nullptr) {
-            EXPECT_EQ(helper.call(e, v, true), -1);
+            EXPECT_EQ(helper.call(e, v, nullptr, nullptr), -1);
             EXPECT_LINES(line + helper.third);
         }
         EXPECT_EQ(errno, 77);
@@ -259,11 +252,26 @@ TEST_F(YamlFailure, AnEmitterWhoseStreamWasNotOpenedIsReleased)
     EXPECT_EQ(yaml_set_val_int(e, v, "k", 1), -1);
     expect_all_refuse();
     expect_close_fails();
-    // The stream's start was emitted, but not by opening the emitter.
+    EXPECT_EQ(text(), "");
+}
+
+TEST_F(YamlFailure, AStreamThatWasNotOpenedByOpeningTheEmitterIsNotClosed)
+{
     yaml_emitter_initialize(e);
     yaml_emitter_set_output_file(e, file);
     yaml_stream_start_event_initialize(v, YAML_UTF8_ENCODING);
     EXPECT_EQ(yaml_emitter_emit(e, v), 1);
+    yaml_document_start_event_initialize(v, nullptr, nullptr, nullptr, 1);
+    EXPECT_EQ(yaml_emitter_emit(e, v), 1);
+    EXPECT_EQ(yaml_mapping_event(e, v, 1), 0);
+    expect_close_fails();
+    EXPECT_EQ(text(), "{}\n");
+}
+
+TEST_F(YamlFailure, AnEmitterWithAnOutputButNotInitializedIsRefused)
+{
+    yaml_emitter_set_output_file(e, file);
+    expect_all_refuse();
     expect_close_fails();
     EXPECT_EQ(text(), "");
 }

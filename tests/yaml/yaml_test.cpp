@@ -303,3 +303,156 @@ TEST_F(Yaml, TheHelpersServeAnEmitterThatTheCallerSetUp)
     EXPECT_EQ(std::string(out, out + size), "---\nk: \"1\"\n");
     EXPECT_EQ(text(), "");
 }
+
+// A literal text with trailing breaks is ended by the stream's end only.
+TEST_F(Yaml, ClosingEndsTheStream)
+{
+    EXPECT_EQ(written_by([&] {
+                  EXPECT_EQ(yaml_set_var_char(e, v, "k"), 0);
+                  yaml_scalar_event_initialize(v, nullptr, nullptr,
+                                               reinterpret_cast<const yaml_char_t *>("x\n\n"), -1,
+                                               1, 1, YAML_LITERAL_SCALAR_STYLE);
+                  EXPECT_EQ(yaml_emitter_emit(e, v), 1);
+              }),
+              "k: |+\n    x\n\n...\n");
+}
+
+// Random documents ---------------------------------------------------------------------------------
+
+namespace {
+
+// Writes random documents and notes which events they are; a text written plain is "?text", as
+// libyaml may have to quote it.
+class composer {
+  public:
+    composer(unsigned seed, yaml_emitter_t *emitter, yaml_event_t *event)
+        : random(seed), e(emitter), v(event)
+    {}
+
+    // The pairs of a mapping that is open.
+    void pairs(int depth, bool in_flow)
+    {
+        for (unsigned count = below(5); count > 0; count--) {
+            const std::string key = text(63);
+            if (below(3) == 0) {
+                expect("?", key, yaml_set_var_char(e, v, key.c_str()));
+                node(depth, in_flow);
+            } else {
+                pair(key);
+            }
+        }
+    }
+
+    strings expected;
+    int failures = 0;
+
+  private:
+    unsigned below(unsigned n) { return random() % n; }
+    void expect(const char *style, const std::string &text, int result)
+    {
+        expected.push_back(style + on_one_line(text));
+        failures += result != 0;
+    }
+
+    // At most `size` bytes of awkward texts and words.
+    std::string text(size_t size)
+    {
+        static const strings words = {"a",  "eth0", " ",  "\n", "10.0.0.1",
+                                      "\"", "'",    ", ", ": ", "\u00e9"};
+        std::string made;
+        for (unsigned count = below(6); count > 0; count--) {
+            const strings &from = below(3) == 0 ? awkward_texts : words;
+            const std::string &next = from[below(from.size())];
+            if (made.size() + next.size() <= size)
+                made += next;
+        }
+        return made;
+    }
+
+    void pair(const std::string &key)
+    {
+        expected.push_back("?" + on_one_line(key));
+        const std::string value = text(1023);
+        const int number = static_cast<int>(random());
+        const bool flag = below(2) == 0;
+        switch (below(5)) {
+        case 0:
+            return expect("\"", value, yaml_set_val_char(e, v, key.c_str(), value.c_str()));
+        case 1:
+            return expect("?", value, yaml_set_val_str(e, v, key.c_str(), value.c_str()));
+        case 2:
+            return expect("\"", std::to_string(number),
+                          yaml_set_val_int(e, v, key.c_str(), number));
+        case 3:
+            return expect("\"", flag ? "1" : "0", yaml_set_val_bool(e, v, key.c_str(), flag));
+        default:
+            return expect(":", flag ? "yes" : "no", yaml_set_val_bool_str(e, v, key.c_str(), flag));
+        }
+    }
+
+    void node(int depth, bool in_flow)
+    {
+        const unsigned kind = depth == 0 ? below(2) : below(5);
+        if (kind == 0 || kind == 1) {
+            const std::string value = text(3000);
+            const auto write = kind == 0 ? &yaml_scalar_event_val : &yaml_scalar_event_var;
+            return expect(kind == 0 ? "\"" : "?", value, write(e, v, value.c_str()));
+        }
+        const size_t start = expected.size();
+        const auto write = kind == 2   ? &yaml_mapping_event
+                           : kind == 3 ? &yaml_sequence_event
+                                       : &yaml_block_sequence_event;
+        expect(kind == 2 ? "+MAP" : "+SEQ", "", write(e, v, 1));
+        if (kind == 2) {
+            pairs(depth - 1, in_flow);
+        } else {
+            for (unsigned count = below(4); count > 0; count--)
+                node(depth - 1, in_flow || kind == 4);
+        }
+        // What is empty has no other form than the flow style.
+        if (in_flow || kind == 4 || expected.size() == start + 1)
+            expected[start] += kind == 2 ? " {}" : " []";
+        expect(kind == 2 ? "-MAP" : "-SEQ", "", write(e, v, 0));
+    }
+
+    std::mt19937 random;
+    yaml_emitter_t *e;
+    yaml_event_t *v;
+};
+
+// The events as expected, with "?" for the style of every text where that is expected.
+strings with_open_styles(strings events, const strings &expected)
+{
+    for (size_t i = 0; i < events.size() && i < expected.size(); i++) {
+        const std::string styles = ":'\"";
+        if (expected[i][0] == '?' && styles.find(events[i][0]) != std::string::npos)
+            events[i][0] = '?';
+    }
+    return events;
+}
+
+} // namespace
+
+TEST_F(Yaml, RandomDocumentsReadBackUnchanged)
+{
+    std::string all;
+    strings all_expected;
+    for (unsigned seed = 1; seed <= 400; seed++) {
+        composer made(seed, e, v);
+        const std::string written = written_by([&] { made.pairs(4, false); });
+        EXPECT_EQ(made.failures, 0) << "seed " << seed;
+        strings expected = made.expected;
+        expected.insert(expected.begin(), {"+DOC", made.expected.empty() ? "+MAP {}" : "+MAP"});
+        expected.insert(expected.end(), {"-MAP", "-DOC"});
+        ASSERT_EQ(with_open_styles(read_back(written), expected), expected)
+            << "seed " << seed << "\n"
+            << written;
+        all += "---\n" + written;
+        expected.front() = "+DOC ---";
+        all_expected.insert(all_expected.end(), expected.begin(), expected.end());
+    }
+    EXPECT_GT(all_expected.size(), 4000u);
+    NEEDS_PYTHON();
+    write_file(path, all);
+    EXPECT_EQ(with_open_styles(read_by_python(path), all_expected), all_expected);
+}
