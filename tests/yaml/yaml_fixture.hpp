@@ -84,9 +84,9 @@ inline std::string python(const std::string &program, const std::string &path)
     write_file(dir / "program.py", "import json, sys, yaml\n" + program);
     FILE *out = popen(("python3 " + (dir / "program.py") + " " + path).c_str(), "r");
     std::string text;
-    char part[4096];
-    for (size_t n; (n = fread(part, 1, sizeof(part), out)) > 0;)
-        text.append(part, n);
+    char chunk[4096];
+    for (size_t n; (n = fread(chunk, 1, sizeof(chunk), out)) > 0;)
+        text.append(chunk, n);
     EXPECT_EQ(pclose(out), 0) << text;
     return text;
 }
