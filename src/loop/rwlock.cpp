@@ -43,10 +43,8 @@ constexpr outcome read_lock_outcomes[] = {
     {other, -1, cannot_lock},
 };
 constexpr outcome read_trylock_outcomes[] = {
-    {EBUSY, 1, nullptr},
-    {EAGAIN, -1, too_many_readers},
-    {EINVAL, -1, not_initialized},
-    {EDEADLK, -1, held_for_writing},
+    {EBUSY, 1, nullptr},           {EAGAIN, -1, too_many_readers},
+    {EINVAL, -1, not_initialized}, {EDEADLK, -1, held_for_writing},
     {other, -1, cannot_lock},
 };
 // Deliberate: two failures report success, for the daemons that go on after them.
