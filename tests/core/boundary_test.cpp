@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <iterator>
 #include <map>
 #include <regex>
 #include <set>
@@ -17,6 +18,7 @@ using namespace vyt::test;
 using ::testing::Contains;
 using ::testing::Each;
 using ::testing::ElementsAre;
+using ::testing::IsEmpty;
 using ::testing::IsSupersetOf;
 using ::testing::MatchesRegex;
 using ::testing::Not;
@@ -68,6 +70,14 @@ names exported()
     for (const map_section &section : exports_map())
         all.insert(section.symbols.begin(), section.symbols.end());
     return all;
+}
+
+names without(const names &all, const names &taken_away)
+{
+    names rest;
+    std::set_difference(all.begin(), all.end(), taken_away.begin(), taken_away.end(),
+                        std::inserter(rest, rest.end()));
+    return rest;
 }
 
 // The headers ------------------------------------------------------------------------------------
@@ -191,7 +201,8 @@ TEST(Boundary, TheObjectShowsExactlyWhatTheMapNames)
         if (symbol.defined)
             defined.insert(symbol.name);
     }
-    EXPECT_EQ(defined, exported());
+    EXPECT_THAT(without(defined, exported()), IsEmpty()) << "shown, but not in the map";
+    EXPECT_THAT(without(exported(), defined), IsEmpty()) << "in the map, but not in the object";
 }
 
 TEST(Boundary, TheMapIsSortedAndNamesEachSymbolOnce)
