@@ -10,6 +10,10 @@
 
 using namespace vyt;
 
+// The symbol getline itself, where an optimising <stdio.h> would call past it: whoever replaces
+// getline sees the call.
+extern "C" ssize_t read_line(char **line, size_t *size, FILE *file) __asm__("getline");
+
 namespace {
 
 constexpr const char *reader = "lh_file_reverse_getline";
@@ -66,7 +70,7 @@ ssize_t lh_file_reverse_getline(char **line, size_t *size, FILE *file)
         return -1;
 
     const bool has_block = *line != nullptr && *size != 0;
-    ssize_t length = getline(line, size, file);
+    ssize_t length = read_line(line, size, file);
     if (length == -1) {
         // A block that getline has just made holds nothing yet, not even the end of a string.
         if (!has_block && *line != nullptr)
