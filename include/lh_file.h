@@ -348,19 +348,20 @@ int lh_file_skip_lines(FILE *f, unsigned int n);
  * @param size in/out as for `getline`: the block's size in bytes. Null is logged.
  * @param file the stream, which must be seekable; it stays the caller's and is left at the newline
  *             before the returned line, or at its start. Null is logged.
- * @return how many bytes were read: the line that ends before the position, with its newline if it
- *         has one. 1 with an untouched buffer when there is no more than a newline before the end of
- *         the stream. -1 at the start of the stream and on failure.
+ * @return how many bytes were read: the line before the position, with its newline if it has one.
+ *         1, with "" in the buffer, for the empty line behind a newline that ends the stream. -1 at
+ *         the start of the stream and on failure.
  * @errno  of the failing call.
  * @log    `PTR_IS_NULL: line`, `PTR_IS_NULL: size` or `PTR_IS_NULL: file`; `ftell failed: %s`,
  *         `fseek failed: %s`, `fread failed: (%s)` and `getline failed: %s` (text of errno); nothing
  *         at the start of the stream.
  * @blocking as reading the stream does.
  * @threads one at a time per stream: a call moves the position many times.
- * @note A stream that ends with a newline gives "1" first, for the empty line behind it, if the
- *       buffer's first byte is NUL; with another line left in the buffer the call fails with
- *       `getline failed`. An empty first line of the stream is never returned. On failure the stream
- *       is wherever the failing step left it.
+ * @note The empty line behind the last newline is returned only into a fresh buffer or one whose
+ *       first byte is NUL. With another line left in it the call fails with `getline failed`, so
+ *       start every stream with a fresh or emptied buffer.
+ * @note A line is read up to its newline even if the position was inside it. An empty first line of
+ *       the stream is never returned. On failure the stream is wherever the failing step left it.
  */
 ssize_t lh_file_reverse_getline(char **line, size_t *size, FILE *file);
 
