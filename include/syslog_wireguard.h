@@ -81,7 +81,7 @@ int syslog_wireguard_write_flags_to_savefile(const syslog_wireguard_flags_t *fla
 int syslog_wireguard_set_default_log_config(int force);
 
 /**
- * Read the flags from the save file, which is made with the defaults when it is missing.
+ * Read the flags from the save file, which is reset to the defaults when it cannot be found.
  *
  * @param flags where they go; null is logged. A flag whose line is missing keeps its value; of
  *              several lines for one flag the last one counts. On is exactly the value 1.

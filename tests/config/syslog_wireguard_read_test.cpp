@@ -176,6 +176,28 @@ TEST_F(WireguardRead, FileThatCannotBeMadeIsReportedByEachStep)
     EXPECT_EQ(flags, untouched);
 }
 
+TEST_F(WireguardRead, FileThatCannotBeLookedForIsResetToTheDefaults)
+{
+    save_text("dbg = 1\nerr = 0\n");
+    flags_t flags = untouched;
+    Faults faults;
+    faults.fail("access", EACCES);
+    EXPECT_EQ(syslog_wireguard_read_flags_from_savefile(&flags), 0);
+    EXPECT_EQ(flags, (flags_t{0, 1}));
+    EXPECT_EQ(read_file(save), defaults);
+
+    ASSERT_EQ(unlink(save), 0);
+    ASSERT_EQ(symlink(save, save), 0);
+    flags = untouched;
+    EXPECT_EQ(syslog_wireguard_read_flags_from_savefile(&flags), -1);
+    EXPECT_EQ(errno, ELOOP);
+    EXPECT_LINES(
+        named_line_of(setter, "can't create file /mnt/config/etc/config/vyt/debug/wireguard.conf: "
+                              "Too many levels of symbolic links"),
+        line_of(reader, "can't open file '/mnt/config/etc/config/vyt/debug/wireguard.conf'"));
+    EXPECT_EQ(flags, untouched);
+}
+
 TEST_F(WireguardRead, DefaultsThatCannotBeWrittenLeaveTheFlags)
 {
     flags_t flags = untouched;
