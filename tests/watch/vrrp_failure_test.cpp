@@ -326,6 +326,33 @@ TEST_F(VrrpFailure, AFileThatShrinksHalfwayThroughIsTakenAsFarAsItWasRead)
     expect_works_again(faults);
 }
 
+TEST_F(VrrpFailure, ALargeFileThatShrinksHalfwayThroughIsTakenAsFarAsItWasRead)
+{
+    std::string contents;
+    for (int vrid = 1; vrid <= 255; vrid++)
+        contents += record(vrid, daemon_master, 1);
+    Faults faults;
+    for (const int left : {1, 63, 64, 65, 128, 129, 254, 255}) {
+        SCOPED_TRACE(left);
+        for (const off_t more : {0, 1}) {
+            rename_over(contents);
+            after_first_read = [&] {
+                ASSERT_EQ(truncate(status_path.c_str(), left * off_t(record_size) + more), 0);
+            };
+            replace_read(faults, read_a_hundred_bytes);
+            const bool whole = more == 0 || left == 255; // nothing grows behind the last record
+            EXPECT_EQ(update(), whole ? good : input_output);
+            EXPECT_EQ(lh_vrrp_group_members_num_get(1), whole ? left : 0);
+            if (!whole)
+                EXPECT_EQ(take_lines()[0],
+                          "read_vrrp_info: IS_NE check failed: remainder (1 != 0) !!!");
+            take_lines();
+        }
+    }
+    after_first_read = {};
+    expect_works_again(faults);
+}
+
 TEST_F(VrrpFailure, AFileThatGrowsMeanwhileIsReadUpToItsFormerSize)
 {
     Faults faults;

@@ -168,6 +168,22 @@ TEST_F(VrrpUpdate, TheFilesSizeDecides)
     }
 }
 
+TEST_F(VrrpUpdate, FilesOfEveryNumberOfRecordsAreReadWhole)
+{
+    start({1});
+    std::string contents;
+    names expected;
+    for (int count = 1; count <= 255; count++) {
+        contents += record(count, count % 4, 1, count % 3 == 0 ? "red" : "");
+        expected.insert(expected.begin(), "vrrp." + std::to_string(count));
+        ASSERT_EQ(update_with(contents), 0);
+        ASSERT_EQ(members_of(1), expected);
+        for (int vrid = 1; vrid <= count; vrid++)
+            ASSERT_EQ(lh_vrrp_instance_status_get(vrid % 3 == 0 ? "red" : "", uint32_t(vrid)),
+                      vrid % 4 + 1);
+    }
+}
+
 TEST_F(VrrpUpdate, AMissingFileIsNoError)
 {
     start({1});
