@@ -10,12 +10,7 @@
 
 namespace vyt {
 
-constinit vrrp_tracker vrrp_ctx = {.inotify = nullptr,
-                                   .changed = 0,
-                                   .watch_count = 0,
-                                   .groups = {},
-                                   .vrfs = {&vrrp_ctx.vrfs, &vrrp_ctx.vrfs},
-                                   .vrfs_by_netns = {}};
+constinit vrrp_tracker vrrp_ctx;
 
 namespace {
 
