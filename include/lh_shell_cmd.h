@@ -1,9 +1,14 @@
 /**
  * @file lh_shell_cmd.h
- * Running a shell command under supervision.
+ * Escaping values for a shell command line, and running one under supervision.
  *
  * @code
  * int on_progress(void *arg); // called twice a second; a non-zero result gives the run up
+ *
+ * char *escaped = NULL;
+ * if (lh_shell_cmd_escaping(name, &escaped) != 0)
+ *     ...
+ * const char *archive = escaped != NULL ? escaped : name; // null: nothing to escape in it
  *
  * lh_shell_cmd_run_opts opts = {0};
  * opts.flags = LH_SHELL_CMD_RUN_SUDO | LH_SHELL_CMD_RUN_CLOSE_STDOUT;
@@ -11,6 +16,7 @@
  * opts.timer_progress_cb = on_progress;
  * if (lh_shell_cmd_run(&opts, "tar -C %s -xf %s", dir, archive) == 0 && opts.exit_code == 0)
  *     ...
+ * free(escaped);
  * @endcode
  */
 #ifndef LH_SHELL_CMD_H
@@ -23,6 +29,73 @@
 extern "C" {
 #endif
 #pragma GCC visibility push(default)
+
+/**
+ * Is a character escaped?
+ *
+ * @param c the character.
+ * @return 1 for these sixteen, 0 for all others: ``! " $ & ' ( ) * ; < = > ? \ ` |``.
+ * @errno  kept.
+ * @blocking no.
+ * @threads any.
+ * @note **Not everything that a shell interprets is escaped**, deliberately: blanks, newlines and all
+ *       other control characters, and `# % + , - . / : @ [ ] { } ^ _ ~`, stay as they are. A value
+ *       with a blank is several words to the shell after escaping, and one with a newline several
+ *       commands.
+ */
+int lh_shell_cmd_chr_need_to_be_escaped(unsigned char c);
+
+/**
+ * The characters that are escaped, as a string in ascending order of their codes.
+ *
+ * @param chrs where the pointer to the string goes; the string is static and constant. Null is
+ *             logged.
+ * @return 0; -1 when `chrs` is null.
+ * @errno  kept.
+ * @log    `PTR_IS_NULL: chrs`.
+ * @blocking no.
+ * @threads any.
+ */
+int lh_shell_cmd_chrs_need_to_be_escaped_get(const char **chrs);
+
+/**
+ * Build a new string with a text put before every character of a set: another name of
+ * lh_str_insert_str_before_each_of_chrs().
+ *
+ * @param str    the string; stays the caller's; null is logged.
+ * @param prefix the text to insert, all of it printable; null is logged.
+ * @param chrs   the characters of the set, all of them printable; null is logged.
+ * @param out    where the new string goes, which the caller releases with free(); null is logged.
+ *               Left as it was on failure, and on success when there was nothing to escape.
+ * @return 0, or -1.
+ * @errno  ENOMEM when there is no memory.
+ * @log    the lines of lh_str_insert_str_before_each_of_chrs(), under that name: `PTR_IS_NULL: dst`
+ *         (for `str`), `PTR_IS_NULL: src` (for `prefix`), `PTR_IS_NULL: chrs`,
+ *         `PTR_IS_NULL: str_new` (for `out`); `invalid char: 0x%X`; `PTR_IS_NULL: _str_new` when
+ *         there is no memory.
+ * @blocking no.
+ * @threads any.
+ */
+int lh_shell_cmd_chrs_escape(const char *str, const char *prefix, const char *chrs, char **out);
+
+/**
+ * Escape a value for a shell command line: a copy with a backslash before each of the sixteen
+ * characters that lh_shell_cmd_chr_need_to_be_escaped() names.
+ *
+ * @param str the value; stays the caller's; null is logged.
+ * @param out where the copy goes, which the caller releases with free(); null is logged.
+ * @return 0, or -1.
+ * @errno  ENOMEM when there is no memory.
+ * @log    under the name `lh_str_insert_str_before_each_of_chrs`: `PTR_IS_NULL: dst` (for `str`),
+ *         `PTR_IS_NULL: str_new` (for `out`), `PTR_IS_NULL: _str_new` when there is no memory.
+ * @blocking no.
+ * @threads any.
+ * @note `*out` is **left as it was** on failure, and also on success when nothing had to be escaped:
+ *       set it to null before the call, and where it is still null go on with `str`.
+ * @note **A blank or a newline is not escaped** (see lh_shell_cmd_chr_need_to_be_escaped()): a value
+ *       that may hold one has to be refused, or quoted in another way, by the caller.
+ */
+int lh_shell_cmd_escaping(const char *str, char **out);
 
 /** Bits of @ref lh_shell_cmd_run_opts::flags. */
 enum {
