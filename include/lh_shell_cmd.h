@@ -183,10 +183,14 @@ typedef struct lh_shell_cmd_run_opts {
  *       it.
  * @note **Nothing is escaped.** The command line goes to the shell as it was formatted: escape every
  *       name and every text that came from outside before it is formatted, or the shell runs it.
+ * @note Sudo stands in front of the whole line once: of `a; b` it runs `a` alone, and a redirection is
+ *       still made by the daemon's own user. `hide_cmd` hides the line from the log only, not from
+ *       the list of processes.
  * @note **The child stays behind** whenever the run ends before the child does: after the maximum
  *       run time (also after `kill_sig` was sent), a callback's non-zero result, or a failure. It is
  *       not ended and not waited for: it goes on running, and stays a zombie afterwards until the
- *       daemon waits for it. Take the pid inside a callback, or while it stands in `*opts->pid`.
+ *       daemon waits for it. Take the pid from `*opts->pid` inside a callback. `kill_sig` goes to
+ *       the child alone: programs that the shell has started live on.
  *       A non-zero result of `timer_check_complete_cb` gives -1 also when the child has ended
  *       just then and been waited for.
  * @note **When `/bin/sh` cannot be run, the call returns twice**: in the daemon as for any run, and
