@@ -38,10 +38,10 @@ extern "C" {
  * @errno  kept.
  * @blocking no.
  * @threads any.
- * @note **Not everything that a shell interprets is escaped**, deliberately: blanks, newlines and all
- *       other control characters, and `# % + , - . / : @ [ ] { } ^ _ ~`, stay as they are. A value
- *       with a blank is several words to the shell after escaping, and one with a newline several
- *       commands.
+ * @note **Not everything that a shell interprets is escaped**, deliberately: blanks, newlines and
+ *       all other control characters, and `# % + , - . / : @ [ ] { } ^ _ ~`, stay as they are. A
+ *       value with a blank is several words to the shell after escaping, and one with a newline
+ *       several commands.
  */
 int lh_shell_cmd_chr_need_to_be_escaped(unsigned char c);
 
@@ -90,10 +90,10 @@ int lh_shell_cmd_chrs_escape(const char *str, const char *prefix, const char *ch
  *         `PTR_IS_NULL: str_new` (for `out`), `PTR_IS_NULL: _str_new` when there is no memory.
  * @blocking no.
  * @threads any.
- * @note `*out` is **left as it was** on failure, and also on success when nothing had to be escaped:
- *       set it to null before the call, and where it is still null go on with `str`.
- * @note **A blank or a newline is not escaped** (see lh_shell_cmd_chr_need_to_be_escaped()): a value
- *       that may hold one has to be refused, or quoted in another way, by the caller.
+ * @note `*out` is **left as it was** on failure, and also on success when nothing had to be
+ *       escaped: set it to null before the call, and where it is still null go on with `str`.
+ * @note **A blank or a newline is not escaped** (see lh_shell_cmd_chr_need_to_be_escaped()): a
+ *       value that may hold one has to be refused, or quoted in another way, by the caller.
  */
 int lh_shell_cmd_escaping(const char *str, char **out);
 
@@ -154,17 +154,17 @@ typedef struct lh_shell_cmd_run_opts {
  * @param opts what to do beside running the command. Null: **unsupervised**, see below.
  * @param fmt  `printf` format of the command line, followed by its arguments. Null is logged.
  * @return 0 when the child exited, whatever its code, which is in `opts->exit_code`; what
- *         `timer_max_cb` returned when the maximum run time was over and that callback is set; -1 on
- *         every failure: the child was ended by a signal (no line), the maximum run time was over
- *         without `timer_max_cb`, another callback returned non-zero (no line), or as logged.
+ *         `timer_max_cb` returned when the maximum run time was over and that callback is set; -1
+ *         on every failure: the child was ended by a signal (no line), the maximum run time was
+ *         over without `timer_max_cb`, another callback returned non-zero (no line), or as logged.
  * @errno  of the failing call where a line names one.
  * @log    `PTR_IS_NULL: fmt` with the usual prefix. All other lines give the function twice, as in
  *         `<mydaemon(1234):lh_shell_cmd_run:9> <lh_shell_cmd_run> timer expired`. The command line
  *         in them is the whole one, with sudo, or "********" with `hide_cmd`:
  *         `<lh_shell_cmd_run> vasprintf failed`, `<lh_shell_cmd_run> asprintf failed`;
  *         `<lh_shell_cmd_run> fork failed for '%s'` (command line);
- *         `<lh_shell_cmd_run> execl failed for '%s' (%s)` (command line, error text), written by the
- *         child;
+ *         `<lh_shell_cmd_run> execl failed for '%s' (%s)` (command line, error text), written by
+ *         the child;
  *         `<lh_shell_cmd_run> lh_timer_fd_create timer_max failed`, and the same with
  *         `timer_progress`, `timer_alive_sig` and `timer_check_complete`, each after the line of
  *         lh_timer_fd_create();
@@ -181,32 +181,33 @@ typedef struct lh_shell_cmd_run_opts {
  * @note **Unsupervised.** With null `opts` the command runs without sudo, limits and callbacks. The
  *       result is then its exit code, or -1 on failure: `'%s' failed` is logged when a signal ended
  *       it.
- * @note **Nothing is escaped.** The command line goes to the shell as it was formatted: escape every
- *       name and every text that came from outside before it is formatted, or the shell runs it.
- * @note Sudo stands in front of the whole line once: of `a; b` it runs `a` alone, and a redirection is
- *       still made by the daemon's own user. `hide_cmd` hides the line from the log only, not from
- *       the list of processes.
+ * @note **Nothing is escaped.** The command line goes to the shell as it was formatted: escape
+ *       every name and every text that came from outside before it is formatted, or the shell runs
+ *       it.
+ * @note Sudo stands in front of the whole line once: of `a; b` it runs `a` alone, and a redirection
+ *       is still made by the daemon's own user. `hide_cmd` hides the line from the log only, not
+ *       from the list of processes.
  * @note **The child stays behind** whenever the run ends before the child does: after the maximum
- *       run time (also after `kill_sig` was sent), a callback's non-zero result, or a failure. It is
- *       not ended and not waited for: it goes on running, and stays a zombie afterwards until the
- *       daemon waits for it. Take the pid from `*opts->pid` inside a callback. `kill_sig` goes to
- *       the child alone: programs that the shell has started live on.
- *       A non-zero result of `timer_check_complete_cb` gives -1 also when the child has ended
- *       just then and been waited for.
+ *       run time (also after `kill_sig` was sent), a callback's non-zero result, or a failure. It
+ *       is not ended and not waited for: it goes on running, and stays a zombie afterwards until
+ *       the daemon waits for it. Take the pid from `*opts->pid` inside a callback. `kill_sig` goes
+ *       to the child alone: programs that the shell has started live on. A non-zero result of
+ *       `timer_check_complete_cb` gives -1 also when the child has ended just then and been waited
+ *       for.
  * @note **When `/bin/sh` cannot be run, the call returns twice**: in the daemon as for any run, and
  *       in the child with -1. The child does not exit on its own, deliberately: what a second copy
  *       of the daemon has to do is the caller's to decide. Compare `getpid` with the daemon's own
  *       pid after a -1, and call `_exit` in the child.
  * @note **Descriptors are inherited.** The command has every descriptor of the daemon open that
  *       does not close on exec, timers of the runs of other threads and of outer runs included.
- * @note `*opts->pid` holds the child's pid before the first callback runs, and 0 after the return; it
- *       is left alone when the command line could not be built.
+ * @note `*opts->pid` holds the child's pid before the first callback runs, and 0 after the return;
+ *       it is left alone when the command line could not be built.
  * @note `exit_code` keeps its value unless the child exited and the result is 0.
  * @note Deliberate: the liveness period has a default of 1000000000 nanoseconds, which no timer
- *       accepts. A run with `timer_alive_sig_cb` and a zero period fails with
- *       `lh_timer_fd_create timer_alive_sig failed`. So does one with any other period out of
- *       range, under its timer's name; the child runs by then and stays behind, and the descriptor of
- *       the refused timer stays open (see lh_timer_fd_create()).
+ *       accepts. A run with `timer_alive_sig_cb` and a zero period fails with `lh_timer_fd_create
+ *       timer_alive_sig failed`. So does one with any other period out of range, under its timer's
+ *       name; the child runs by then and stays behind, and the descriptor of the refused timer
+ *       stays open (see lh_timer_fd_create()).
  * @note A daemon that ignores SIGCHLD (or that reaps every child from a handler) cannot see how the
  *       command ended: its run ends with `waitpid failed` and -1 once the child has.
  * @note `timer_max_cb` is called once, at the end of the run. Its result is the run's: a 0 from it

@@ -45,14 +45,19 @@ template <class... Args>
     } while (false)
 
 // %VYT_HELPERS-D-FLAG: <process(pid)> <function> message
-#define DEBUG_LINE(flag, format, ...)                                                              \
+// The _AS forms are for helpers that speak for their caller.
+#define DEBUG_LINE_AS(flag, function, format, ...)                                                 \
     DEBUG_WRITE_(flag, "<%s> " format, (format __VA_OPT__(, ) __VA_ARGS__),                        \
-                 __func__ __VA_OPT__(, ) __VA_ARGS__)
+                 function __VA_OPT__(, ) __VA_ARGS__)
+#define DEBUG_LINE(flag, format, ...)                                                              \
+    DEBUG_LINE_AS(flag, __func__, format __VA_OPT__(, ) __VA_ARGS__)
 
 // %VYT_HELPERS-D-FLAG: <process(pid)> <function:line> message
-#define DEBUG_LINE_AT(flag, format, ...)                                                           \
-    DEBUG_WRITE_(flag, "<%s:%d> " format, (format __VA_OPT__(, ) __VA_ARGS__), __func__,           \
+#define DEBUG_LINE_AT_AS(flag, function, format, ...)                                              \
+    DEBUG_WRITE_(flag, "<%s:%d> " format, (format __VA_OPT__(, ) __VA_ARGS__), function,           \
                  __LINE__ __VA_OPT__(, ) __VA_ARGS__)
+#define DEBUG_LINE_AT(flag, format, ...)                                                           \
+    DEBUG_LINE_AT_AS(flag, __func__, format __VA_OPT__(, ) __VA_ARGS__)
 
 // %VYT_HELPERS-D-FLAG: <process(pid)> message
 #define DEBUG_LINE_BARE(flag, format, ...)                                                         \

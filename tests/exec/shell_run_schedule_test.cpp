@@ -69,7 +69,7 @@ struct outcome {
     std::vector<int> left_open = {};
 };
 
-// The model ----------------------------------------------------------------------------------------
+// The model ----------------------------------------------------------------------------------
 
 class model {
   public:
@@ -205,7 +205,7 @@ class model {
     std::vector<int> created_;
 };
 
-// The stage: what the library calls, answering from the script ------------------------------------
+// The stage: what the library calls, answering from the script -------------------------------
 
 struct stage {
     const script *s;
@@ -380,7 +380,7 @@ outcome run_on_stage(const script &s)
     return out;
 }
 
-// Random scripts -----------------------------------------------------------------------------------
+// Random scripts -----------------------------------------------------------------------------
 
 class writer {
   public:
