@@ -204,10 +204,10 @@ typedef struct lh_shell_cmd_run_opts {
  *       it is left alone when the command line could not be built.
  * @note `exit_code` keeps its value unless the child exited and the result is 0.
  * @note Deliberate: the liveness period has a default of 1000000000 nanoseconds, which no timer
- *       accepts. A run with `timer_alive_sig_cb` and a zero period fails with `lh_timer_fd_create
- *       timer_alive_sig failed`. So does one with any other period out of range, under its timer's
- *       name; the child runs by then and stays behind, and the descriptor of the refused timer
- *       stays open (see lh_timer_fd_create()).
+ *       accepts. A run with `timer_alive_sig_cb` and a zero period fails with
+ *       `lh_timer_fd_create timer_alive_sig failed`. So does one with any other period out of
+ *       range, under its timer's name; the child runs by then and stays behind, and the descriptor
+ *       of the refused timer stays open (see lh_timer_fd_create()).
  * @note A daemon that ignores SIGCHLD (or that reaps every child from a handler) cannot see how the
  *       command ended: its run ends with `waitpid failed` and -1 once the child has.
  * @note `timer_max_cb` is called once, at the end of the run. Its result is the run's: a 0 from it
