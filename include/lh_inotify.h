@@ -23,9 +23,9 @@
  * - A file that is unlinked while somebody still has it open gives no event until it is closed. The
  *   next pass notices all the same that the path is gone, but only an event makes the descriptor
  *   readable.
- * - When the kernel's event queue overflows, events are lost, and a file without a watch (its
- *   directory is missing, or its first pass is still to come) is then left alone for good. Call
- *   lh_inotify_restart() when in doubt: the pass after it looks at every file again.
+ * - When the kernel's event queue overflows, events are lost, and what was still to be done for a
+ *   file without a watch (its directory is missing, or its first pass is still to come) is forgotten.
+ *   Call lh_inotify_restart() when in doubt: the pass after it looks at every file again.
  * - The descriptor is not close-on-exec, and a forked child shares it: a child that reads from it
  *   takes its parent's events away.
  */
