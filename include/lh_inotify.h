@@ -159,6 +159,9 @@ int lh_inotify_exclude_file(lh_inotify *ptr, const char *parent_dir, const char 
  *       calls this from a timer, too.
  * @note A file that appears in its watched directory is reported by that pass and once more by
  *       the next one. Deliberate: it serves the daemon that read the file while it was being filled.
+ * @note A file that came and went again before a pass is looked for by that pass and every later
+ *       one, for half a second each, until it is there; where no other file shares its directory's
+ *       watch, the descriptor stays readable all the while. lh_inotify_restart() ends it.
  * @note A removal is not reported when the pass just before reported one for this file, nor by the
  *       file's first pass.
  */
