@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstring>
 #include <dirent.h>
+#include <dlfcn.h>
 #include <elf.h>
 #include <fcntl.h>
 #include <ftw.h>
@@ -150,6 +151,7 @@ WRAP(int, mount, -1, (const char *s, const char *t, const char *k, unsigned long
      (s, t, k, f, d))
 WRAP(int, umount2, -1, (const char *t, int f), (t, f))
 WRAP(pid_t, fork, -1, (), ())
+WRAP(pid_t, getpid, -1, (), ())
 WRAP(pid_t, waitpid, -1, (pid_t p, int *s, int o), (p, s, o))
 WRAP(int, system, -1, (const char *c), (c))
 WRAP(struct tm *, localtime_r, nullptr, (const time_t *t, struct tm *r), (t, r))
@@ -162,6 +164,14 @@ WRAP(int, pthread_rwlock_wrlock, error, (pthread_rwlock_t * l), (l))
 WRAP(int, pthread_rwlock_trywrlock, error, (pthread_rwlock_t * l), (l))
 WRAP(int, pthread_rwlock_unlock, error, (pthread_rwlock_t * l), (l))
 #undef WRAP
+
+// A replacement of fscanf takes the arguments as vfscanf does.
+int forward_fscanf(const hook &h, FILE *f, const char *format, va_list args)
+{
+    if (h.replacement != nullptr)
+        return reinterpret_cast<decltype(&vfscanf)>(h.replacement)(f, format, args);
+    return vfscanf(f, format, args);
+}
 
 // Variadic calls are passed on through their va_list forms.
 #define WRAP_VARIADIC(name, failure, params, last, forward)                                        \
@@ -184,7 +194,7 @@ WRAP_VARIADIC(snprintf, -1, (char *s, size_t n, const char *format, ...), format
               vsnprintf(s, n, format, args))
 WRAP_VARIADIC(asprintf, -1, (char **s, const char *format, ...), format, vasprintf(s, format, args))
 WRAP_VARIADIC(__isoc99_fscanf, EOF, (FILE * f, const char *format, ...), format,
-              vfscanf(f, format, args))
+              forward_fscanf(h, f, format, args))
 #undef WRAP_VARIADIC
 
 int wrap_vfscanf(FILE *f, const char *format, va_list args)
@@ -280,6 +290,7 @@ std::vector<hook> hooks = {
     HOOK(mount),
     HOOK(umount2),
     HOOK(fork),
+    HOOK(getpid),
     HOOK(waitpid),
     HOOK(system),
     HOOK(localtime_r),
@@ -355,19 +366,30 @@ dynamic_section read_dynamic(const dl_phdr_info &info)
     return section;
 }
 
-void redirect(void **slot, hook &h)
+// A library whose links lead here, and what stood in them before.
+struct redirection {
+    const char *library;
+    bool found = false;
+    std::vector<std::pair<void **, void *>> links = {};
+};
+
+void redirect(redirection &redirected, void **slot, hook &h)
 {
     const auto page_size = static_cast<uintptr_t>(sysconf(_SC_PAGESIZE));
     const auto page = reinterpret_cast<uintptr_t>(slot) & ~(page_size - 1);
     if (mprotect(reinterpret_cast<void *>(page), page_size, PROT_READ | PROT_WRITE) != 0)
         throw std::runtime_error("mprotect of the library's links failed");
-    h.original = *slot;
+    // A library that binds its links lazily has no address there yet.
+    if (h.original == nullptr)
+        h.original = dlsym(RTLD_DEFAULT, h.call);
+    redirected.links.emplace_back(slot, *slot);
     *slot = h.wrapper;
 }
 
-int redirect_library(dl_phdr_info *info, size_t, void *found)
+int redirect_library(dl_phdr_info *info, size_t, void *data)
 {
-    if (strstr(info->dlpi_name, "libVYThelpers.so") == nullptr)
+    auto &redirected = *static_cast<redirection *>(data);
+    if (strstr(info->dlpi_name, redirected.library) == nullptr)
         return 0;
     const dynamic_section section = read_dynamic(*info);
     for (int table = 0; table < 2; table++) {
@@ -377,37 +399,48 @@ int redirect_library(dl_phdr_info *info, size_t, void *found)
             const char *name = section.names + section.symbols[ELF64_R_SYM(link.r_info)].st_name;
             for (hook &h : hooks) {
                 if (strcmp(h.call, name) == 0)
-                    redirect(reinterpret_cast<void **>(info->dlpi_addr + link.r_offset), h);
+                    redirect(redirected, reinterpret_cast<void **>(info->dlpi_addr + link.r_offset),
+                             h);
             }
         }
     }
-    *static_cast<bool *>(found) = true;
+    redirected.found = true;
     return 1;
+}
+
+redirection redirect_links(const char *library)
+{
+    redirection redirected = {.library = library};
+    dl_iterate_phdr(redirect_library, &redirected);
+    if (!redirected.found)
+        throw std::runtime_error(std::string(library) + " is not loaded");
+    return redirected;
 }
 
 void redirect_once()
 {
-    static const bool done = [] {
-        bool found = false;
-        dl_iterate_phdr(redirect_library, &found);
-        if (!found)
-            throw std::runtime_error("libVYThelpers.so is not loaded");
-        return true;
-    }();
+    static const redirection done = redirect_links("libVYThelpers.so");
     (void)done;
 }
 
+redirection also_redirected = {.library = nullptr};
+
 } // namespace
 
-Faults::Faults()
+Faults::Faults(const char *also)
 {
     redirect_once();
+    if (also != nullptr)
+        also_redirected = redirect_links(also);
     clear();
 }
 
 Faults::~Faults()
 {
     clear();
+    for (const auto &[slot, before] : also_redirected.links)
+        *slot = before;
+    also_redirected.links.clear();
 }
 
 void Faults::fail(const std::string &call, int error, unsigned nth)
