@@ -23,8 +23,9 @@
  * - A file that is unlinked while somebody still has it open gives no event until it is closed. The
  *   next pass notices all the same that the path is gone, but only an event makes the descriptor
  *   readable.
- * - When the kernel's event queue overflows, events are lost. Call lh_inotify_restart() when in
- *   doubt: the pass after it looks at every file again.
+ * - When the kernel's event queue overflows, events are lost, and what was still to be done for a
+ *   file without a watch (its directory is missing, or its first pass is still to come) is forgotten.
+ *   Call lh_inotify_restart() when in doubt: the pass after it looks at every file again.
  * - The descriptor is not close-on-exec, and a forked child shares it: a child that reads from it
  *   takes its parent's events away.
  */
@@ -117,6 +118,8 @@ int lh_inotify_restart(lh_inotify *ptr);
  * @threads the watcher's; not from a callback.
  * @note No watch is armed here: the next lh_inotify_process() does it. A file that is there already
  *       is reported as changed by that pass.
+ * @note Of one name under two spellings of the same directory, only the one included first is told
+ *       that the file appears.
  */
 int lh_inotify_include_file(lh_inotify *ptr, const char *parent_dir, const char *file_name,
                             uint32_t flags, lh_inotify_cb callback, void *callback_arg);
@@ -153,8 +156,14 @@ int lh_inotify_exclude_file(lh_inotify *ptr, const char *parent_dir, const char 
  * @threads the watcher's.
  * @note A file whose directory is missing, and not to be created, is tried again by every later
  *       pass; nothing makes the descriptor readable when the directory appears, so such a daemon
- *       calls this from a timer, too. A file that was created with contents is reported once
- *       more by the next pass.
+ *       calls this from a timer, too.
+ * @note A file that appears in its watched directory is reported by that pass and once more by
+ *       the next one. Deliberate: it serves the daemon that read the file while it was being filled.
+ * @note A file that came and went again before a pass is looked for by that pass and every later
+ *       one, for half a second each, until it is there; where no other file shares its directory's
+ *       watch, the descriptor stays readable all the while. lh_inotify_restart() ends it.
+ * @note A removal is not reported when the pass just before reported one for this file, nor by the
+ *       file's first pass.
  */
 int lh_inotify_process(lh_inotify *ptr);
 

@@ -20,6 +20,7 @@ constexpr size_t event_buffer_size = sizeof(inotify_event) + 4096;
 
 void free_file(watched_file *file)
 {
+    const errno_saver saver;
     free(file->parent_dir);
     free(file->full_path);
     free(file);
@@ -48,11 +49,12 @@ void decide_first_watch(watched_file *file, const char *function)
 int create_file(lh_inotify *watcher, const char *parent_dir, const char *file_name, uint32_t flags,
                 lh_inotify_cb callback, void *callback_arg)
 {
-    auto *file = static_cast<watched_file *>(calloc(1, sizeof(watched_file)));
+    auto *file = static_cast<watched_file *>(malloc(sizeof(watched_file)));
     if (file == nullptr) {
         DEBUG_LINE_AT(inotify_dbg, "malloc failed: %s", strerror(errno));
         return -1;
     }
+    *file = {};
     file->watch_fd = -1;
     file->state = INIT;
     file->last_notify = NOTIFY_REMOVED;
@@ -114,15 +116,26 @@ void mark_events(watched_file *file, uint32_t mask)
     }
 }
 
+// The kernel's queue overflowed: that concerns the files without a watch, which are in no index.
+void dispatch_to_unwatched(lh_inotify *watcher, const inotify_event *event)
+{
+    for (watched_file &file : list_of<watched_file>(watcher->files)) {
+        if (file.watch_fd != event->wd)
+            continue;
+        if (event->len != 0 && strcmp(file.file_name, event->name) != 0)
+            continue;
+        mark_events(&file, event->mask);
+        if (event->len != 0)
+            return;
+    }
+}
+
 // An event with a name is for the first file of that watch and name; one without is for every file
 // of the watch.
 void dispatch_event(lh_inotify *watcher, const inotify_event *event)
 {
-    if (event->wd < 0) { // the kernel's queue overflowed: it concerns every file without a watch
-        for (watched_file &file : list_of<watched_file>(watcher->files)) {
-            if (file.watch_fd == event->wd)
-                mark_events(&file, event->mask);
-        }
+    if (event->wd < 0) {
+        dispatch_to_unwatched(watcher, event);
     } else if (event->len != 0) {
         if (watched_file *file = watcher->index.first_of_name(event->wd, event->name))
             mark_events(file, event->mask);
@@ -161,11 +174,12 @@ int read_inotify(lh_inotify *watcher)
 
 lh_inotify *lh_inotify_create(void)
 {
-    malloc_ptr<lh_inotify> watcher(static_cast<lh_inotify *>(calloc(1, sizeof(lh_inotify))));
+    malloc_ptr<lh_inotify> watcher(static_cast<lh_inotify *>(malloc(sizeof(lh_inotify))));
     if (!watcher) {
         DEBUG_LINE(inotify_dbg, "malloc failed: %s", strerror(errno));
         return nullptr;
     }
+    *watcher = {};
     watcher->fd = inotify_init1(IN_NONBLOCK);
     if (watcher->fd == -1) {
         DEBUG_LINE(inotify_dbg, "inotify_init1 failed: %s", strerror(errno));

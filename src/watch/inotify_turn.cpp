@@ -63,7 +63,8 @@ bool try_to_arm(lh_inotify *watcher, watched_file *file, const char *path, uint3
     file->watch_fd = inotify_add_watch(watcher->fd, path, mask);
     if (file->watch_fd == -1)
         return false;
-    watcher->index.add_watch(file);
+    if (file->watch_fd >= 0)
+        watcher->index.add_watch(file);
     return true;
 }
 
