@@ -139,15 +139,16 @@ void lh_poll_ctx_free(lh_poll_ctx *ctx);
 /**
  * Set the callback that runs after every pass, also after one that timed out or was interrupted.
  *
- * @param ctx the context; null is logged.
- * @param cb  the callback; null is logged. A non-zero result of it ends the loop.
- * @param arg handed to it; stays the caller's.
+ * @param ctx              the context; null is logged.
+ * @param on_each_event_cb the callback; null is logged. A non-zero result of it ends the loop.
+ * @param arg              handed to it; stays the caller's.
  * @return 0, or -1; a callback that was set before stays.
  * @log    `PTR_IS_NULL: ctx`; `PTR_IS_NULL: on_each_event_cb`; `update callback already exists`.
  * @threads the event thread.
  * @note There is no call to replace or clear it.
  */
-int lh_poll_ctx_on_each_event_cb_set(lh_poll_ctx *ctx, lh_poll_ctx_on_each_event_cb cb, void *arg);
+int lh_poll_ctx_on_each_event_cb_set(lh_poll_ctx *ctx,
+                                     lh_poll_ctx_on_each_event_cb on_each_event_cb, void *arg);
 
 /**
  * Run the loop: wait, dispatch the readable descriptors in registration order, run the per-pass

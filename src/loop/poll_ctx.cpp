@@ -49,12 +49,12 @@ std::span<lh_poll_ctx_fd> entries(const lh_poll_ctx *ctx)
 // Both report under the name of the function that registers.
 constexpr const char *adder = "lh_poll_ctx_fd_add";
 
-int make_first_arrays(lh_poll_ctx *ctx, uint64_t count)
+int make_first_arrays(lh_poll_ctx *ctx)
 {
-    ctx->_fds = static_cast<pollfd *>(calloc(count, sizeof(pollfd)));
+    ctx->_fds = static_cast<pollfd *>(calloc(1, sizeof(pollfd)));
     if (PTR_IS_NULL_AS(adder, ctx->_fds, "ctx->_fds"))
         return -1;
-    ctx->pfd = static_cast<lh_poll_ctx_fd *>(calloc(count, sizeof(lh_poll_ctx_fd)));
+    ctx->pfd = static_cast<lh_poll_ctx_fd *>(calloc(1, sizeof(lh_poll_ctx_fd)));
     if (PTR_IS_NULL_AS(adder, ctx->pfd, "ctx->pfd")) {
         malloc_ptr<pollfd>{ctx->_fds}.reset();
         ctx->_fds = nullptr;
@@ -86,15 +86,21 @@ int lh_poll(lh_poll_ctx *ctx)
     return 0;
 }
 
-int lh_poll_ctx_handle(lh_poll_ctx *ctx)
+void dispatch(lh_poll_ctx *ctx)
 {
     // Handlers add and delete descriptors: both members are read afresh at every step.
-    for (uint64_t i = 0; ctx->poll_rc != 0 && i < entries(ctx).size(); i++) {
+    for (uint64_t i = 0; i < entries(ctx).size(); i++) {
         const lh_poll_ctx_fd &entry = ctx->pfd[i];
         // Deliberate: a hang-up or an error alone is not dispatched; handlers read, nothing else.
-        if ((entry.fd->revents & POLLIN) != 0)
+        if ((entry.fd->revents & POLLIN) != 0 && entry.cb != nullptr)
             entry.cb(entry.fd->fd, entry.cb_arg);
     }
+}
+
+int lh_poll_ctx_handle(lh_poll_ctx *ctx)
+{
+    if (ctx->poll_rc != 0)
+        dispatch(ctx);
     if (ctx->on_each_event_cb != nullptr &&
         CALL_FAILED(ctx->on_each_event_cb(ctx, ctx->on_each_event_cb_arg)))
         return -1;
@@ -122,8 +128,8 @@ int lh_poll_ctx_fd_add(lh_poll_ctx *ctx, const char *name, int fd, lh_poll_ctx_f
     if (lh_poll_ctx_fd_get(ctx, fd) != nullptr)
         return -1;
 
-    const uint64_t count = ctx->pfd_num + 1;
-    if ((ctx->pfd == nullptr ? make_first_arrays(ctx, count) : grow_arrays(ctx, count)) != 0)
+    const uint64_t count = entries(ctx).size() + 1;
+    if ((ctx->pfd == nullptr ? make_first_arrays(ctx) : grow_arrays(ctx, count)) != 0)
         return -1;
     point_entries_at_elements(ctx, count);
 

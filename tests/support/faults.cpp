@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstring>
 #include <dirent.h>
+#include <dlfcn.h>
 #include <elf.h>
 #include <fcntl.h>
 #include <ftw.h>
@@ -355,19 +356,30 @@ dynamic_section read_dynamic(const dl_phdr_info &info)
     return section;
 }
 
-void redirect(void **slot, hook &h)
+// A library whose links lead here, and what stood in them before.
+struct redirection {
+    const char *library;
+    bool found = false;
+    std::vector<std::pair<void **, void *>> links = {};
+};
+
+void redirect(redirection &redirected, void **slot, hook &h)
 {
     const auto page_size = static_cast<uintptr_t>(sysconf(_SC_PAGESIZE));
     const auto page = reinterpret_cast<uintptr_t>(slot) & ~(page_size - 1);
     if (mprotect(reinterpret_cast<void *>(page), page_size, PROT_READ | PROT_WRITE) != 0)
         throw std::runtime_error("mprotect of the library's links failed");
-    h.original = *slot;
+    // A library that binds its links lazily has no address there yet.
+    if (h.original == nullptr)
+        h.original = dlsym(RTLD_DEFAULT, h.call);
+    redirected.links.emplace_back(slot, *slot);
     *slot = h.wrapper;
 }
 
-int redirect_library(dl_phdr_info *info, size_t, void *found)
+int redirect_library(dl_phdr_info *info, size_t, void *data)
 {
-    if (strstr(info->dlpi_name, "libVYThelpers.so") == nullptr)
+    auto &redirected = *static_cast<redirection *>(data);
+    if (strstr(info->dlpi_name, redirected.library) == nullptr)
         return 0;
     const dynamic_section section = read_dynamic(*info);
     for (int table = 0; table < 2; table++) {
@@ -377,37 +389,48 @@ int redirect_library(dl_phdr_info *info, size_t, void *found)
             const char *name = section.names + section.symbols[ELF64_R_SYM(link.r_info)].st_name;
             for (hook &h : hooks) {
                 if (strcmp(h.call, name) == 0)
-                    redirect(reinterpret_cast<void **>(info->dlpi_addr + link.r_offset), h);
+                    redirect(redirected, reinterpret_cast<void **>(info->dlpi_addr + link.r_offset),
+                             h);
             }
         }
     }
-    *static_cast<bool *>(found) = true;
+    redirected.found = true;
     return 1;
+}
+
+redirection redirect_links(const char *library)
+{
+    redirection redirected = {.library = library};
+    dl_iterate_phdr(redirect_library, &redirected);
+    if (!redirected.found)
+        throw std::runtime_error(std::string(library) + " is not loaded");
+    return redirected;
 }
 
 void redirect_once()
 {
-    static const bool done = [] {
-        bool found = false;
-        dl_iterate_phdr(redirect_library, &found);
-        if (!found)
-            throw std::runtime_error("libVYThelpers.so is not loaded");
-        return true;
-    }();
+    static const redirection done = redirect_links("libVYThelpers.so");
     (void)done;
 }
 
+redirection also_redirected = {.library = nullptr};
+
 } // namespace
 
-Faults::Faults()
+Faults::Faults(const char *also)
 {
     redirect_once();
+    if (also != nullptr)
+        also_redirected = redirect_links(also);
     clear();
 }
 
 Faults::~Faults()
 {
     clear();
+    for (const auto &[slot, before] : also_redirected.links)
+        *slot = before;
+    also_redirected.links.clear();
 }
 
 void Faults::fail(const std::string &call, int error, unsigned nth)

@@ -13,7 +13,8 @@ namespace vyt::test {
 // Disarms everything when it is made and when it ends.
 class Faults {
   public:
-    Faults();
+    // `also` names a second library whose calls are seen, by a part of its file's name.
+    explicit Faults(const char *also = nullptr);
     ~Faults();
     Faults(const Faults &) = delete;
     Faults &operator=(const Faults &) = delete;
