@@ -111,6 +111,7 @@ class Program {
         dup2(in, STDIN_FILENO);
         dup2(out, STDOUT_FILENO);
         dup2(errors, STDERR_FILENO);
+        close_range(3, ~0u, 0); // whoever started the test may have left some open
         std::vector<char *> argv;
         for (const std::string &word : words)
             argv.push_back(const_cast<char *>(word.c_str()));
