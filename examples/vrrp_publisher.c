@@ -12,7 +12,7 @@
  *
  * A real publisher takes the way "rename": its readers never see half of a file.
  *
- * Build: cc -std=c11 vrrp_publisher.c -o vrrp_publisher
+ * Build: cc -std=c11 vrrp_publisher.c vrrp_scenario.c -o vrrp_publisher
  */
 #define _GNU_SOURCE 1
 
@@ -20,24 +20,17 @@
 #include <fcntl.h>
 #include <getopt.h>
 #include <libgen.h>
-#include <stdarg.h>
 #include <stdbool.h>
 #include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
-#include <strings.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-enum {
-    RECORD_SIZE = 576,
-    VRID_AT = 0,
-    STATE_AT = 472,
-    GROUP_AT = 496,
-    NETNS_AT = 521,
-    NETNS_SIZE = RECORD_SIZE - NETNS_AT
-};
+#include "vrrp_scenario.h"
+
+enum { RECORD_SIZE = 576, VRID_AT = 0, STATE_AT = 472, GROUP_AT = 496, NETNS_AT = 521 };
 
 static const char default_target[] = "/var/cache/vrrp_data";
 
@@ -77,53 +70,9 @@ static const char help[] =
     "  delete              the file\n"
     "  remove-directory    the file and its directory\n";
 
-struct record {
-    char netns[NETNS_SIZE];
-    int32_t vrid;
-    int32_t state;
-    int32_t group;
-};
-
-/* What a follower sees in the end: the status of a group, or of an instance when group is 0. */
-struct expectation {
-    int32_t group;
-    char netns[NETNS_SIZE];
-    int32_t vrid;
-    const char *status;
-};
-
-struct step {
-    char *title;
-    const struct way *way; /* null until the scenario names it */
-    struct record *records;
-    size_t record_count;
-    struct expectation *expectations;
-    size_t expectation_count;
-};
-
-struct scenario {
-    const char *file;
-    size_t line; /* being read */
-    struct step *steps;
-    size_t count;
-};
-
 static bool failed(const char *doing, const char *path)
 {
     fprintf(stderr, "vrrp_publisher: cannot %s %s: %s\n", doing, path, strerror(errno));
-    return false;
-}
-
-/* Says what is wrong with the line that is being read. */
-__attribute__((format(printf, 2, 3))) static bool wrong(const struct scenario *scenario,
-                                                        const char *format, ...)
-{
-    va_list args;
-    fprintf(stderr, "%s:%zu: ", scenario->file, scenario->line);
-    va_start(args, format);
-    vfprintf(stderr, format, args);
-    va_end(args);
-    fputc('\n', stderr);
     return false;
 }
 
@@ -218,15 +167,11 @@ static bool recreate_directory(const char *path, const char *bytes, size_t lengt
            write_with(O_EXCL, path, bytes, length);
 }
 
-static const struct way {
-    const char *name;
-    bool writes; /* else it takes away */
-    bool (*play)(const char *path, const char *bytes, size_t length);
-} ways[] = {
-    {"rename", true, write_aside_and_rename},         {"in-place", true, write_in_place},
-    {"truncate", true, truncate_and_write},           {"recreate", true, recreate},
-    {"recreate-directory", true, recreate_directory}, {"delete", false, delete_file},
-    {"remove-directory", false, remove_directory},
+static bool (*const play[WAY_COUNT])(const char *path, const char *bytes, size_t length) = {
+    [WAY_RENAME] = write_aside_and_rename,         [WAY_IN_PLACE] = write_in_place,
+    [WAY_TRUNCATE] = truncate_and_write,           [WAY_RECREATE] = recreate,
+    [WAY_RECREATE_DIRECTORY] = recreate_directory, [WAY_DELETE] = delete_file,
+    [WAY_REMOVE_DIRECTORY] = remove_directory,
 };
 
 static void put_number(char *record, size_t offset, int32_t number)
@@ -246,231 +191,10 @@ static bool write_step(const struct step *step, const char *path)
         put_number(record, GROUP_AT, step->records[i].group);
         memcpy(record + NETNS_AT, step->records[i].netns, NETNS_SIZE);
     }
-    bool done = (!step->way->writes || make_directory(path)) &&
-                step->way->play(path, bytes, step->record_count * RECORD_SIZE);
+    bool done = (step->way >= WAY_DELETE || make_directory(path)) &&
+                play[step->way](path, bytes, step->record_count * RECORD_SIZE);
     free(bytes);
     return done;
-}
-
-/* Words -------------------------------------------------------------------------------------- */
-
-static const char *const states[] = {"Init", "Backup", "Master", "Fault"};
-enum { STATE_COUNT = sizeof(states) / sizeof(states[0]) };
-
-static bool parse_number(const char *word, long min, long max, int32_t *number)
-{
-    char *end;
-    errno = 0;
-    long value = strtol(word, &end, 10);
-    if (errno != 0 || end == word || *end != '\0' || value < min || value > max)
-        return false;
-    *number = (int32_t)value;
-    return true;
-}
-
-static bool parse_netns(const struct scenario *scenario, const char *word, char *netns)
-{
-    if (strlen(word) >= NETNS_SIZE)
-        return wrong(scenario, "the namespace '%s' has more than %d characters", word,
-                     NETNS_SIZE - 1);
-    strcpy(netns, strcmp(word, "-") == 0 ? "" : word); /* the record was zeroed; it fits */
-    return true;
-}
-
-static bool parse_state(const char *word, int32_t *state)
-{
-    for (int i = 0; i < STATE_COUNT; i++) {
-        if (strcasecmp(word, states[i]) == 0) {
-            *state = i;
-            return true;
-        }
-    }
-    return parse_number(word, INT32_MIN, INT32_MAX, state);
-}
-
-static const char *parse_status(const char *word)
-{
-    for (int i = 0; i < STATE_COUNT; i++) {
-        if (strcasecmp(word, states[i]) == 0)
-            return states[i];
-    }
-    return strcasecmp(word, "Unknown") == 0 ? "Unknown" : NULL;
-}
-
-/* Makes room for one more at the end of an array and zeroes it. */
-static void *append(void *array_pointer, size_t *count, size_t size)
-{
-    void **array = array_pointer;
-    char *grown = realloc(*array, (*count + 1) * size);
-    if (grown == NULL) {
-        failed("read", "the scenario");
-        exit(1);
-    }
-    *array = grown;
-    return memset(grown + (*count)++ * size, 0, size);
-}
-
-/* The lines of a scenario -------------------------------------------------------------------- */
-
-/* A step is whole when the next one begins and when the scenario ends. */
-static bool finish_step(const struct scenario *scenario)
-{
-    const struct step *step = &scenario->steps[scenario->count - 1];
-    if (step->way == NULL)
-        return wrong(scenario, "the step '%s' ends here without a 'write'", step->title);
-    if (!step->way->writes && step->record_count != 0)
-        return wrong(scenario, "the step '%s' ends here; '%s' takes no records", step->title,
-                     step->way->name);
-    return true;
-}
-
-static bool read_step(struct scenario *scenario, char *title)
-{
-    title += strspn(title, " \t");
-    title[strcspn(title, "\r\n")] = '\0';
-    if (title[0] == '\0')
-        return wrong(scenario, "a step needs a title");
-    if (scenario->count != 0 && !finish_step(scenario))
-        return false;
-    struct step *step = append(&scenario->steps, &scenario->count, sizeof(*step));
-    step->title = strdup(title);
-    return step->title != NULL || failed("read", scenario->file);
-}
-
-static bool read_way(struct scenario *scenario, struct step *step, char **words)
-{
-    if (step->way != NULL)
-        return wrong(scenario, "this step has a 'write' already");
-    for (size_t i = 0; i < sizeof(ways) / sizeof(ways[0]); i++) {
-        if (strcmp(words[0], ways[i].name) == 0)
-            step->way = &ways[i];
-    }
-    if (step->way == NULL)
-        return wrong(scenario, "there is no way to write '%s'", words[0]);
-    return true;
-}
-
-static bool read_record(struct scenario *scenario, struct step *step, char **words)
-{
-    struct record *record = append(&step->records, &step->record_count, sizeof(*record));
-    if (!parse_netns(scenario, words[0], record->netns))
-        return false;
-    if (!parse_number(words[1], INT32_MIN, INT32_MAX, &record->vrid))
-        return wrong(scenario, "the Virtual Router Id '%s' is no number", words[1]);
-    if (!parse_state(words[2], &record->state))
-        return wrong(scenario,
-                     "the state '%s' is none of Init, Backup, Master, Fault and no number",
-                     words[2]);
-    if (!parse_number(words[3], INT32_MIN, INT32_MAX, &record->group))
-        return wrong(scenario, "the group '%s' is no number", words[3]);
-    return true;
-}
-
-static bool read_expected_status(struct scenario *scenario, struct expectation *it,
-                                 const char *word)
-{
-    it->status = parse_status(word);
-    if (it->status == NULL)
-        return wrong(scenario, "the status '%s' is none of Unknown, Init, Backup, Master, Fault",
-                     word);
-    return true;
-}
-
-static bool read_expected_group(struct scenario *scenario, struct step *step, char **words)
-{
-    struct expectation *it = append(&step->expectations, &step->expectation_count, sizeof(*it));
-    if (!parse_number(words[1], 1, 32, &it->group))
-        return wrong(scenario, "the group '%s' is no number from 1 to 32", words[1]);
-    return read_expected_status(scenario, it, words[2]);
-}
-
-static bool read_expected_instance(struct scenario *scenario, struct step *step, char **words)
-{
-    struct expectation *it = append(&step->expectations, &step->expectation_count, sizeof(*it));
-    if (!parse_netns(scenario, words[1], it->netns))
-        return false;
-    if (!parse_number(words[2], 1, 255, &it->vrid))
-        return wrong(scenario, "the Virtual Router Id '%s' is no number from 1 to 255", words[2]);
-    return read_expected_status(scenario, it, words[3]);
-}
-
-/* What may stand on a line after 'step': a keyword, the second word if that is fixed, too. */
-static const struct keyword {
-    const char *name;
-    const char *second;
-    size_t words; /* behind the keyword */
-    bool (*read)(struct scenario *scenario, struct step *step, char **words);
-    const char *shape;
-} keywords[] = {
-    {"write", NULL, 1, read_way, "write WAY"},
-    {"record", NULL, 4, read_record, "record NETNS VRID STATE GROUP"},
-    {"expect", "group", 3, read_expected_group, "expect group GROUP STATUS"},
-    {"expect", "instance", 4, read_expected_instance, "expect instance NETNS VRID STATUS"},
-};
-
-static bool read_line(struct scenario *scenario, char *line)
-{
-    enum { WORDS_MAX = 8 };
-    char *words[WORDS_MAX + 1] = {NULL};
-    size_t count = 0;
-    char *rest;
-
-    line[strcspn(line, "#")] = '\0';
-    char *keyword = strtok_r(line, " \t\r\n", &rest);
-    if (keyword == NULL)
-        return true;
-    if (strcmp(keyword, "step") == 0)
-        return read_step(scenario, rest);
-    while (count < WORDS_MAX && (words[count] = strtok_r(NULL, " \t\r\n", &rest)) != NULL)
-        count++;
-    for (size_t i = 0; i < sizeof(keywords) / sizeof(keywords[0]); i++) {
-        const struct keyword *it = &keywords[i];
-        if (strcmp(keyword, it->name) != 0 ||
-            (it->second != NULL && (count == 0 || strcmp(words[0], it->second) != 0)))
-            continue;
-        if (scenario->count == 0)
-            return wrong(scenario, "'%s' stands before the first step", keyword);
-        if (count != it->words)
-            return wrong(scenario, "'%s' has the form: %s", keyword, it->shape);
-        return it->read(scenario, &scenario->steps[scenario->count - 1], words);
-    }
-    if (strcmp(keyword, "expect") == 0)
-        return wrong(scenario, "'expect' is followed by 'group' or 'instance'");
-    return wrong(scenario, "there is no '%s' in a scenario", keyword);
-}
-
-static bool read_scenario(struct scenario *scenario)
-{
-    FILE *file = fopen(scenario->file, "re");
-    char *line = NULL;
-    size_t size = 0;
-    bool good = true;
-
-    if (file == NULL)
-        return failed("read", scenario->file);
-    while (good && getline(&line, &size, file) >= 0) {
-        scenario->line++;
-        good = read_line(scenario, line);
-    }
-    if (good && ferror(file))
-        good = failed("read", scenario->file);
-    else if (good && scenario->count == 0)
-        good = wrong(scenario, "there is no step");
-    else if (good)
-        good = finish_step(scenario);
-    free(line);
-    fclose(file);
-    return good;
-}
-
-static void free_scenario(struct scenario *scenario)
-{
-    for (size_t i = 0; i < scenario->count; i++) {
-        free(scenario->steps[i].title);
-        free(scenario->steps[i].records);
-        free(scenario->steps[i].expectations);
-    }
-    free(scenario->steps);
 }
 
 /* Telling ------------------------------------------------------------------------------------ */
@@ -480,12 +204,13 @@ static void tell_step(const struct scenario *scenario, size_t index)
 {
     const struct step *step = &scenario->steps[index];
     printf("step %zu of %zu: %s\n", index + 1, scenario->count, step->title);
-    printf("write: %s\n", step->way->name);
+    printf("write: %s\n", way_name(step->way));
     for (size_t i = 0; i < step->record_count; i++) {
         const struct record *record = &step->records[i];
         printf("file: %s:%d ", record->netns, record->vrid);
-        if (record->state >= 0 && record->state < STATE_COUNT)
-            printf("%s", states[record->state]);
+        const char *state = state_name(record->state);
+        if (state != NULL)
+            printf("%s", state);
         else
             printf("state %d", record->state);
         if (record->group != 0)
@@ -608,7 +333,7 @@ int main(int argc, char **argv)
     struct scenario scenario = {.file = argv[optind]};
     const char *path = optind + 1 < argc ? argv[optind + 1] : default_target;
     int status = 2;
-    if (read_scenario(&scenario)) {
+    if (scenario_read(&scenario)) {
         if (follow)
             status = tell_followed(&scenario);
         else if (only == 0)
@@ -619,6 +344,6 @@ int main(int argc, char **argv)
             fprintf(stderr, "vrrp_publisher: there is no step %d in %s: it has %zu\n", only,
                     scenario.file, scenario.count);
     }
-    free_scenario(&scenario);
+    scenario_free(&scenario);
     return status;
 }

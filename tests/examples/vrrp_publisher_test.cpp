@@ -110,11 +110,10 @@ TEST_F(Publisher, AScenarioThatCannotBeReadIsNamed)
     const std::string nowhere = dir / "nowhere";
     Outcome outcome = run({program, nowhere});
     EXPECT_EQ(outcome.status, 2);
-    EXPECT_EQ(outcome.errors,
-              "vrrp_publisher: cannot read " + nowhere + ": No such file or directory\n");
+    EXPECT_EQ(outcome.errors, nowhere + ": cannot be read: No such file or directory\n");
     outcome = run({program, dir.path()});
     EXPECT_EQ(outcome.status, 2);
-    EXPECT_EQ(outcome.errors, "vrrp_publisher: cannot read " + dir.path() + ": Is a directory\n");
+    EXPECT_EQ(outcome.errors, dir.path() + ": cannot be read: Is a directory\n");
 }
 
 TEST_F(Publisher, AMistakeNamesItsLine)
