@@ -337,8 +337,8 @@ int lh_file_skip_lines(FILE *f, unsigned int n);
  * all that is kept between the calls:
  *
  * @code
- * fseek(f, 0, SEEK_END);
- * while ((length = lh_file_reverse_getline(&line, &size, f)) != -1)
+ * fseek(file, 0, SEEK_END);
+ * while ((length = lh_file_reverse_getline(&line, &size, file)) != -1)
  *     use(line, length);
  * free(line);
  * @endcode
@@ -346,23 +346,24 @@ int lh_file_skip_lines(FILE *f, unsigned int n);
  * @param line in/out as for `getline`: a block of the C allocator, or null; grown as needed and
  *             owned by the caller. Null is logged.
  * @param size in/out as for `getline`: the block's size in bytes. Null is logged.
- * @param f    the stream, which must be seekable; it stays the caller's and is left at the newline
+ * @param file the stream, which must be seekable; it stays the caller's and is left at the newline
  *             before the returned line, or at its start. Null is logged.
- * @return how many bytes were read: the line that ends before the position, with its newline if it
- *         has one. 1 with an untouched buffer when there is no more than a newline before the end of
- *         the stream. -1 at the start of the stream and on failure.
+ * @return how many bytes were read: the line before the position, with its newline if it has one.
+ *         1, with "" in the buffer, for the empty line behind a newline that ends the stream. -1 at
+ *         the start of the stream and on failure.
  * @errno  of the failing call.
  * @log    `PTR_IS_NULL: line`, `PTR_IS_NULL: size` or `PTR_IS_NULL: file`; `ftell failed: %s`,
  *         `fseek failed: %s`, `fread failed: (%s)` and `getline failed: %s` (text of errno); nothing
  *         at the start of the stream.
  * @blocking as reading the stream does.
  * @threads one at a time per stream: a call moves the position many times.
- * @note A stream that ends with a newline gives "1" first, for the empty line behind it, if the
- *       buffer's first byte is NUL; with another line left in the buffer the call fails with
- *       `getline failed`. An empty first line of the stream is never returned. On failure the stream
- *       is wherever the failing step left it.
+ * @note The empty line behind the last newline is returned only into a fresh buffer or one whose
+ *       first byte is NUL. With another line left in it the call fails with `getline failed`, so
+ *       start every stream with a fresh or emptied buffer.
+ * @note A line is read up to its newline even if the position was inside it. An empty first line of
+ *       the stream is never returned. On failure the stream is wherever the failing step left it.
  */
-ssize_t lh_file_reverse_getline(char **line, size_t *size, FILE *f);
+ssize_t lh_file_reverse_getline(char **line, size_t *size, FILE *file);
 
 /* Creating, permissions, copying ---------------------------------------------------------------- */
 
@@ -440,7 +441,7 @@ int lh_fast_copy_file(const char *src, const char *dst, mode_t mode, int sync);
  *
  * For "/usr/sbin/prog -d /tmp" that part is "/usr/sbin/prog" and its last component "prog".
  *
- * @param path        the text; null is logged. **It may be changed**, see the note.
+ * @param path        the text; null is logged.
  * @param base        where the part's last component goes, NUL-terminated and cut to fit; null is
  *                    logged.
  * @param base_size   size of `base` in bytes.
@@ -452,9 +453,9 @@ int lh_fast_copy_file(const char *src, const char *dst, mode_t mode, int sync);
  *         memory, which goes on as if no part named a file.
  * @blocking on the file system.
  * @threads any.
- * @note When no part names a file, the whole text is taken, and its trailing slashes are cut off in
- *       the caller's string. The search ends before the first space or slash: for an absolute path it
- *       never tries "/".
+ * @note When no part names a file, the whole text is taken. In both results trailing slashes are
+ *       left out, except where there is nothing else; the last component of an empty text is ".".
+ *       The search ends before the first space or slash: for "/nosuch" it does not try "/".
  */
 int lh_basename(const char *path, char *base, size_t base_size, char *prefix, size_t prefix_size);
 

@@ -11,10 +11,13 @@
 
 #include "core/handles.hpp"
 #include "core/log.hpp"
+#include "lh_str.h"
 
 using namespace vyt;
 
 namespace {
+
+constexpr size_t command_size = 512;
 
 // 0, which is no file's mode, when there is no answer.
 mode_t lh_file_mode(const char *path)
@@ -199,4 +202,16 @@ int lh_file_rm(const char *path)
     if (PTR_IS_NULL(path) || !lh_file_is_exist(path))
         return -1;
     return lh_file_rm_nocheck(path);
+}
+
+int lh_file_convert_to_unix_format(const char *path, const char *prepared_path)
+{
+    if (PTR_IS_NULL(path) || PTR_IS_NULL(prepared_path))
+        return -1;
+    if (IS_NOT(lh_file_is_exist(path)))
+        return -1;
+    char cmd[command_size];
+    if (_lh_snprintf(cmd, sizeof(cmd), "dos2unix -q %s", prepared_path) != 0)
+        return -1;
+    return CALL_FAILED(system(cmd)) ? -1 : 0;
 }

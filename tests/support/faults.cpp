@@ -164,6 +164,14 @@ WRAP(int, pthread_rwlock_trywrlock, error, (pthread_rwlock_t * l), (l))
 WRAP(int, pthread_rwlock_unlock, error, (pthread_rwlock_t * l), (l))
 #undef WRAP
 
+// A replacement of fscanf takes the arguments as vfscanf does.
+int forward_fscanf(const hook &h, FILE *f, const char *format, va_list args)
+{
+    if (h.replacement != nullptr)
+        return reinterpret_cast<decltype(&vfscanf)>(h.replacement)(f, format, args);
+    return vfscanf(f, format, args);
+}
+
 // Variadic calls are passed on through their va_list forms.
 #define WRAP_VARIADIC(name, failure, params, last, forward)                                        \
     int wrap_##name params                                                                         \
@@ -185,7 +193,7 @@ WRAP_VARIADIC(snprintf, -1, (char *s, size_t n, const char *format, ...), format
               vsnprintf(s, n, format, args))
 WRAP_VARIADIC(asprintf, -1, (char **s, const char *format, ...), format, vasprintf(s, format, args))
 WRAP_VARIADIC(__isoc99_fscanf, EOF, (FILE * f, const char *format, ...), format,
-              vfscanf(f, format, args))
+              forward_fscanf(h, f, format, args))
 #undef WRAP_VARIADIC
 
 int wrap_vfscanf(FILE *f, const char *format, va_list args)

@@ -1,0 +1,416 @@
+#include "lh_file.h"
+
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <utime.h>
+
+#include "support/faults.hpp"
+#include "support/log_capture.hpp"
+#include "support/process.hpp"
+
+using namespace vyt::test;
+
+namespace {
+
+mode_t permissions(const std::string &path)
+{
+    struct stat st = {};
+    EXPECT_EQ(stat(path.c_str(), &st), 0) << path;
+    return st.st_mode & 07777;
+}
+
+class FileCopy : public LogTest {
+  protected:
+    FileCopy() : umask_before(umask(022)) { write_file(src, "0123456789"); }
+    ~FileCopy() override { umask(umask_before); }
+
+    const mode_t umask_before;
+    TempDir dir;
+    const std::string src = dir / "src";
+    const std::string dst = dir / "dst";
+    const std::string absent = dir / "absent";
+    const std::vector<int> before = open_descriptors();
+};
+
+} // namespace
+
+// Creating and permissions -----------------------------------------------------------------------
+
+TEST_F(FileCopy, CreateMakesAnEmptyFileWithItsMode)
+{
+    EXPECT_EQ(lh_file_create(dst.c_str(), 0666), 0);
+    EXPECT_EQ(permissions(dst), 0644u);
+    EXPECT_EQ(read_file(dst), "");
+    EXPECT_EQ(lh_file_create(absent.c_str(), 0600), 0);
+    EXPECT_EQ(permissions(absent), 0600u);
+    EXPECT_EQ(open_descriptors(), before);
+}
+
+TEST_F(FileCopy, CreateEmptiesAnExistingFileAndKeepsItsMode)
+{
+    ASSERT_EQ(chmod(src.c_str(), 0640), 0);
+    EXPECT_EQ(lh_file_create(src.c_str(), 0777), 0);
+    EXPECT_EQ(read_file(src), "");
+    EXPECT_EQ(permissions(src), 0640u);
+}
+
+TEST_F(FileCopy, CreateReportsWhatFailed)
+{
+    EXPECT_EQ(lh_file_create(nullptr, 0644), -1);
+    EXPECT_LINES("lh_file_create: PTR_IS_NULL: path");
+    errno = 0;
+    EXPECT_EQ(lh_file_create(dir.path().c_str(), 0644), -1);
+    EXPECT_EQ(errno, EISDIR);
+    EXPECT_LINES("lh_file_create: cannot open file '" + dir.path() + "': Is a directory");
+
+    Faults faults;
+    static int left_open;
+    faults.replace("close", reinterpret_cast<void *>(+[](int fd) {
+                       left_open = fd;
+                       errno = EIO;
+                       return -1;
+                   }));
+    EXPECT_EQ(lh_file_create(dst.c_str(), 0644), -1);
+    EXPECT_EQ(errno, EIO);
+    EXPECT_LINES("lh_file_create: cannot close file '" + dst + "': Input/output error");
+    EXPECT_EQ(faults.calls("close"), 1u);
+    close(left_open);
+}
+
+TEST_F(FileCopy, PermissionsAreAdded)
+{
+    ASSERT_EQ(chmod(src.c_str(), 0644), 0);
+    EXPECT_EQ(lh_file_permissions_add(src.c_str(), 0111), 0);
+    EXPECT_EQ(permissions(src), 0755u);
+    EXPECT_EQ(lh_file_permissions_add(src.c_str(), 0), 0);
+    EXPECT_EQ(permissions(src), 0755u);
+    EXPECT_EQ(lh_file_permissions_add(src.c_str(), 04000), 0);
+    EXPECT_EQ(permissions(src), 04755u);
+}
+
+TEST_F(FileCopy, PermissionsReportWhatFailed)
+{
+    EXPECT_EQ(lh_file_permissions_add(nullptr, 0111), -1);
+    EXPECT_LINES("lh_file_permissions_add: PTR_IS_NULL: path");
+    errno = 0;
+    EXPECT_EQ(lh_file_permissions_add(absent.c_str(), 0111), -1);
+    EXPECT_EQ(errno, ENOENT);
+    EXPECT_LINES("lh_file_permissions_add: cannot stat file '" + absent +
+                 "': No such file or directory");
+    Faults faults;
+    faults.fail("chmod", EROFS);
+    EXPECT_EQ(lh_file_permissions_add(src.c_str(), 0111), -1);
+    EXPECT_EQ(errno, EROFS);
+    EXPECT_LINES("lh_file_permissions_add: cannot chmod file '" + src + "': Read-only file system");
+}
+
+// Copy with attributes ---------------------------------------------------------------------------
+
+TEST_F(FileCopy, CopyTakesContentsAndMode)
+{
+    for (const size_t size : {0u, 1u, 4095u, 4096u, 4097u, 8192u, 100000u}) {
+        std::string contents(size, '\0');
+        for (size_t i = 0; i < size; i++)
+            contents[i] = static_cast<char>(i * 7);
+        write_file(src, contents);
+        ASSERT_EQ(chmod(src.c_str(), 0600), 0);
+        write_file(dst, "what was there before, and longer than some of the copies");
+        EXPECT_EQ(lh_copy_file(src.c_str(), dst.c_str(), 0), 0);
+        EXPECT_EQ(read_file(dst), contents) << size;
+        EXPECT_EQ(permissions(dst), 0600u);
+        EXPECT_EQ(open_descriptors(), before);
+    }
+}
+
+TEST_F(FileCopy, CopyStopsAtTheFirstShortRead)
+{
+    struct {
+        size_t size;
+        unsigned reads;
+    } const cases[] = {{0, 1}, {1, 1}, {4095, 1}, {4096, 2}, {4097, 2}, {8192, 3}};
+    for (const auto &c : cases) {
+        write_file(src, std::string(c.size, 'x'));
+        Faults faults;
+        EXPECT_EQ(lh_copy_file(src.c_str(), dst.c_str(), 0), 0);
+        EXPECT_EQ(faults.calls("read"), c.reads) << c.size;
+    }
+}
+
+TEST_F(FileCopy, CopyTakesAGivenModeWhateverTheUmask)
+{
+    ASSERT_EQ(chmod(src.c_str(), 0600), 0);
+    EXPECT_EQ(lh_copy_file(src.c_str(), dst.c_str(), 0666), 0);
+    EXPECT_EQ(permissions(dst), 0666u);
+    umask(0777);
+    EXPECT_EQ(lh_copy_file(src.c_str(), absent.c_str(), 0644), 0);
+    EXPECT_EQ(permissions(absent), 0644u);
+}
+
+TEST_F(FileCopy, CopyTakesTheOwner)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root can make a file that another user owns";
+    ASSERT_EQ(chmod(src.c_str(), 0600), 0);
+    ASSERT_EQ(chown(src.c_str(), 1234, 5678), 0);
+    EXPECT_EQ(lh_copy_file(src.c_str(), dst.c_str(), 0), 0);
+    struct stat st;
+    ASSERT_EQ(stat(dst.c_str(), &st), 0);
+    EXPECT_EQ(st.st_uid, 1234u);
+    EXPECT_EQ(st.st_gid, 5678u);
+    EXPECT_EQ(st.st_mode & 07777, 0600u);
+}
+
+TEST_F(FileCopy, CopyGetsTheTimesCrossed)
+{
+    const utimbuf times = {.actime = 1000000, .modtime = 2000000};
+    static utimbuf seen;
+    Faults faults;
+    faults.replace("utime", reinterpret_cast<void *>(+[](const char *path, const utimbuf *t) {
+                       seen = *t;
+                       return utime(path, t);
+                   }));
+    ASSERT_EQ(utime(src.c_str(), &times), 0);
+    EXPECT_EQ(lh_copy_file(src.c_str(), dst.c_str(), 0), 0);
+    EXPECT_EQ(seen.actime, 2000000);
+    EXPECT_EQ(seen.modtime, 1000000);
+    struct stat st;
+    ASSERT_EQ(stat(dst.c_str(), &st), 0);
+    EXPECT_EQ(st.st_atime, 2000000);
+    EXPECT_GT(st.st_mtime, 2000000) << "written after the times were set";
+}
+
+TEST_F(FileCopy, CopyNeedsItsArguments)
+{
+    EXPECT_EQ(lh_copy_file(nullptr, nullptr, 0), -1);
+    EXPECT_LINES("lh_copy_file: PTR_IS_NULL: src_fname");
+    EXPECT_EQ(lh_copy_file(src.c_str(), nullptr, 0), -1);
+    EXPECT_LINES("lh_copy_file: PTR_IS_NULL: dst_fname");
+}
+
+TEST_F(FileCopy, CopyOfAMissingFileMakesNone)
+{
+    errno = 0;
+    EXPECT_EQ(lh_copy_file(absent.c_str(), dst.c_str(), 0), -1);
+    EXPECT_EQ(errno, ENOENT);
+    EXPECT_LINES("lh_copy_file: stat failed (No such file or directory)");
+    EXPECT_NE(access(dst.c_str(), F_OK), 0);
+}
+
+TEST_F(FileCopy, EveryFailingStepOfACopyIsReported)
+{
+    struct {
+        const char *call;
+        unsigned nth;
+        std::string line;
+    } const cases[] = {
+        {"stat", 1, "stat failed (Input/output error)"},
+        {"open", 1, "open file " + dst + " failed (Input/output error)"},
+        {"utime", 1, "utime failed (Input/output error)"},
+        {"fchmod", 1, "fchmod failed (Input/output error)"},
+        {"fchown", 1, "fchmod failed (Input/output error)"},
+        {"open", 2, "open file " + src + " (Input/output error)"},
+        {"read", 1, "read failed (Input/output error)"},
+        {"read", 2, "read failed (Input/output error)"},
+        {"write", 1, "write failed (Input/output error)"},
+        {"write", 2, "write failed (Input/output error)"},
+    };
+    write_file(src, std::string(5000, 'x'));
+    for (const auto &c : cases) {
+        Faults faults;
+        faults.fail(c.call, EIO, c.nth);
+        EXPECT_EQ(lh_copy_file(src.c_str(), dst.c_str(), 0), -1) << c.call;
+        EXPECT_EQ(errno, EIO);
+        EXPECT_LINES("lh_copy_file: " + c.line);
+        EXPECT_EQ(open_descriptors(), before) << c.call;
+        EXPECT_EQ(lh_copy_file(src.c_str(), dst.c_str(), 0), 0);
+    }
+}
+
+TEST_F(FileCopy, AFailingCloseOfACopyIsNotNoticed)
+{
+    Faults faults;
+    static std::vector<int> left_open;
+    faults.replace("close", reinterpret_cast<void *>(+[](int fd) {
+                       left_open.push_back(fd);
+                       errno = EIO;
+                       return -1;
+                   }));
+    EXPECT_EQ(lh_copy_file(src.c_str(), dst.c_str(), 0), 0);
+    EXPECT_EQ(lh_fast_copy_file(src.c_str(), dst.c_str(), 0, 0), 10);
+    EXPECT_EQ(left_open.size(), 4u);
+    for (const int fd : left_open)
+        close(fd);
+    EXPECT_EQ(read_file(dst), "0123456789");
+}
+
+// Copy inside the kernel -------------------------------------------------------------------------
+
+TEST_F(FileCopy, FastCopyGivesTheNumberOfBytes)
+{
+    EXPECT_EQ(lh_fast_copy_file(src.c_str(), dst.c_str(), 0, 0), 10);
+    EXPECT_EQ(read_file(dst), "0123456789");
+    EXPECT_EQ(permissions(dst), 0644u);
+    write_file(src, "");
+    EXPECT_EQ(lh_fast_copy_file(src.c_str(), dst.c_str(), 0, 0), 0);
+    EXPECT_EQ(read_file(dst), "");
+    const std::string large(300000, 'L');
+    write_file(src, large);
+    EXPECT_EQ(lh_fast_copy_file(src.c_str(), dst.c_str(), 0, 0), 300000);
+    EXPECT_EQ(read_file(dst), large);
+    EXPECT_EQ(open_descriptors(), before);
+}
+
+TEST_F(FileCopy, FastCopyCreatesWithTheMode)
+{
+    umask(002);
+    struct {
+        mode_t mode, expected;
+    } const cases[] = {{0, 0664}, {static_cast<mode_t>(-1), 0664}, {0600, 0600}, {0777, 0775}};
+    for (const auto &c : cases) {
+        unlink(dst.c_str());
+        EXPECT_EQ(lh_fast_copy_file(src.c_str(), dst.c_str(), c.mode, 0), 10);
+        EXPECT_EQ(permissions(dst), c.expected) << c.mode;
+    }
+}
+
+TEST_F(FileCopy, FastCopyFlushesWhenAsked)
+{
+    Faults faults;
+    EXPECT_EQ(lh_fast_copy_file(src.c_str(), dst.c_str(), 0, 0), 10);
+    EXPECT_EQ(faults.calls("fsync"), 0u);
+    EXPECT_EQ(lh_fast_copy_file(src.c_str(), dst.c_str(), 0, 1), 10);
+    EXPECT_EQ(faults.calls("fsync"), 1u);
+    faults.fail("fsync", EIO);
+    EXPECT_EQ(lh_fast_copy_file(src.c_str(), dst.c_str(), 0, -1), 10);
+    EXPECT_EQ(faults.calls("fsync"), 2u);
+    faults.fail("sendfile", EIO);
+    EXPECT_EQ(lh_fast_copy_file(src.c_str(), dst.c_str(), 0, 1), -1);
+    EXPECT_EQ(faults.calls("fsync"), 2u) << "only after a good copy";
+    EXPECT_EQ(take_lines().size(), 1u);
+}
+
+TEST_F(FileCopy, FastCopyIsOneCallFromTheStart)
+{
+    static off_t seen_offset;
+    static size_t seen_count;
+    Faults faults;
+    faults.replace("sendfile", reinterpret_cast<void *>(+[](int, int, off_t *offset, size_t count) {
+                       seen_offset = offset != nullptr ? *offset : -1;
+                       seen_count = count;
+                       return ssize_t{3};
+                   }));
+    EXPECT_EQ(lh_fast_copy_file(src.c_str(), dst.c_str(), 0, 0), 3);
+    EXPECT_EQ(faults.calls("sendfile"), 1u);
+    EXPECT_EQ(seen_offset, 0);
+    EXPECT_EQ(seen_count, 10u);
+}
+
+TEST_F(FileCopy, FastCopyNeedsItsArguments)
+{
+    EXPECT_EQ(lh_fast_copy_file(nullptr, nullptr, 0, 0), -1);
+    EXPECT_LINES("lh_fast_copy_file: PTR_IS_NULL: src");
+    EXPECT_EQ(lh_fast_copy_file(src.c_str(), nullptr, 0, 0), -1);
+    EXPECT_LINES("lh_fast_copy_file: PTR_IS_NULL: dst");
+}
+
+TEST_F(FileCopy, EveryFailingStepOfAFastCopyIsReported)
+{
+    struct {
+        const char *call;
+        std::string line;
+    } const cases[] = {
+        {"open", "open file " + src + " failed (Input/output error)"},
+        {"fstat", "fstat of file '" + src + "' failed (Input/output error)"},
+        {"creat", "open file " + dst + " failed (Input/output error)"},
+        {"sendfile", "sendfile src:'" + src + "', dst:'" + dst + "' failed (Input/output error)"},
+    };
+    for (const auto &c : cases) {
+        Faults faults;
+        faults.fail(c.call, EIO);
+        EXPECT_EQ(lh_fast_copy_file(src.c_str(), dst.c_str(), 0, 1), -1) << c.call;
+        EXPECT_EQ(errno, EIO);
+        EXPECT_LINES("lh_fast_copy_file: " + c.line);
+        EXPECT_EQ(open_descriptors(), before) << c.call;
+        EXPECT_EQ(lh_fast_copy_file(src.c_str(), dst.c_str(), 0, 1), 10);
+    }
+}
+
+// The program in a command line ------------------------------------------------------------------
+
+TEST_F(FileCopy, BasenameFindsTheLongestPartThatExists)
+{
+    const std::string spaced = dir / "with space";
+    write_file(spaced, "");
+    struct {
+        std::string path, base, prefix;
+    } const cases[] = {
+        {"/bin/sh -c true", "sh", "/bin/sh"},
+        {"/bin/sh", "sh", "/bin/sh"},
+        {src + " -d /tmp", "src", src},
+        {src + "/below", "src", src},
+        {spaced + " arg", "with space", spaced},
+        {dir / "with" + " nothing", dir.path().substr(dir.path().rfind('/') + 1), dir.path()},
+        {"nosuch arg", "nosuch arg", "nosuch arg"},
+        {"/nosuch/thing", "thing", "/nosuch/thing"},
+        {"/nosuch", "nosuch", "/nosuch"},
+        {"nosuch", "nosuch", "nosuch"},
+        {"", ".", ""},
+        {"/", "/", "/"},
+        {"//", "/", "//"},
+        {dir.path() + "/", dir.path().substr(dir.path().rfind('/') + 1), dir.path()},
+        {"nosuch/", "nosuch", "nosuch"},
+    };
+    for (const auto &c : cases) {
+        char base[64];
+        char prefix[256];
+        const std::string path = c.path;
+        EXPECT_EQ(lh_basename(path.c_str(), base, sizeof(base), prefix, sizeof(prefix)), 0);
+        EXPECT_STREQ(base, c.base.c_str()) << c.path;
+        EXPECT_STREQ(prefix, c.prefix.c_str()) << c.path;
+        EXPECT_EQ(path, c.path);
+    }
+}
+
+TEST_F(FileCopy, BasenameCutsItsResultsToFit)
+{
+    char base[8] = "#######";
+    char prefix[8] = "#######";
+    EXPECT_EQ(lh_basename("/bin/sh -c", base, 2, prefix, 5), 0);
+    EXPECT_STREQ(base, "s");
+    EXPECT_STREQ(prefix, "/bin");
+    EXPECT_EQ(base[2], '#');
+    EXPECT_EQ(prefix[5], '#');
+    strcpy(base, "#######");
+    EXPECT_EQ(lh_basename("/bin/sh -c", base, 3, nullptr, 0), 0);
+    EXPECT_STREQ(base, "sh");
+    strcpy(base, "###");
+    strcpy(prefix, "###");
+    EXPECT_EQ(lh_basename("/bin/sh -c", base, 0, prefix, 0), 0);
+    EXPECT_STREQ(base, "###");
+    EXPECT_STREQ(prefix, "###");
+}
+
+TEST_F(FileCopy, BasenameNeedsItsArguments)
+{
+    char base[8];
+    EXPECT_EQ(lh_basename(nullptr, nullptr, 0, nullptr, 0), -1);
+    EXPECT_LINES("lh_basename: PTR_IS_NULL: path");
+    EXPECT_EQ(lh_basename("/bin/sh", nullptr, 0, base, sizeof(base)), -1);
+    EXPECT_LINES("lh_basename: PTR_IS_NULL: base");
+}
+
+TEST_F(FileCopy, BasenameWithoutMemoryTakesTheWholeText)
+{
+    Faults faults;
+    faults.fail_allocation(1);
+    char base[32];
+    char prefix[32];
+    EXPECT_EQ(lh_basename("/bin/sh -c true", base, sizeof(base), prefix, sizeof(prefix)), 0);
+    EXPECT_TRUE(faults.happened());
+    EXPECT_LINES("lh_basename: PTR_IS_NULL: copy_path");
+    EXPECT_STREQ(base, "sh -c true");
+    EXPECT_STREQ(prefix, "/bin/sh -c true");
+}
