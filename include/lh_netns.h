@@ -190,8 +190,8 @@ int lh_netns_get_current_name(char *ns_name, size_t size);
  * @note Needs CAP_SYS_ADMIN. Meant to run once in a process (or a child) that has just entered its
  *       network namespace with lh_netns_set(). There is no way back, and after a failure what has
  *       been done so far stays done: end that process.
- * @note Mounts of the rest of the system still appear in the private namespace; its own stay
- *       inside.
+ * @note Mounts that the rest of the system makes later still appear inside; mounts made inside stay
+ *       there.
  */
 int lh_mntns_set(const char *ns);
 

@@ -151,6 +151,7 @@ WRAP(int, mount, -1, (const char *s, const char *t, const char *k, unsigned long
      (s, t, k, f, d))
 WRAP(int, umount2, -1, (const char *t, int f), (t, f))
 WRAP(pid_t, fork, -1, (), ())
+WRAP(pid_t, getpid, -1, (), ())
 WRAP(pid_t, waitpid, -1, (pid_t p, int *s, int o), (p, s, o))
 WRAP(int, system, -1, (const char *c), (c))
 WRAP(struct tm *, localtime_r, nullptr, (const time_t *t, struct tm *r), (t, r))
@@ -289,6 +290,7 @@ std::vector<hook> hooks = {
     HOOK(mount),
     HOOK(umount2),
     HOOK(fork),
+    HOOK(getpid),
     HOOK(waitpid),
     HOOK(system),
     HOOK(localtime_r),

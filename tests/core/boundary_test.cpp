@@ -1,0 +1,303 @@
+// What the shared object shows to daemons, and what it wants from others.
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <iterator>
+#include <map>
+#include <regex>
+#include <set>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "support/elf.hpp"
+#include "support/process.hpp"
+
+using namespace vyt::test;
+using ::testing::Contains;
+using ::testing::Each;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using ::testing::IsSupersetOf;
+using ::testing::MatchesRegex;
+using ::testing::Not;
+using ::testing::SizeIs;
+
+using names = std::set<std::string>;
+
+namespace {
+
+std::vector<std::string> statements(const std::string &text)
+{
+    std::vector<std::string> found;
+    size_t start = 0;
+    for (size_t end; (end = text.find(';', start)) != std::string::npos; start = end + 1)
+        found.push_back(text.substr(start, end - start));
+    return found;
+}
+
+// The map ----------------------------------------------------------------------------------------
+
+struct map_section {
+    std::string header;
+    std::vector<std::string> symbols;
+};
+
+// src/exports.map: a comment with a header's name starts a section.
+std::vector<map_section> exports_map()
+{
+    const std::string text = read_file(std::string(VYT_SOURCE_DIR) + "/src/exports.map");
+    const size_t start = text.find("global:");
+    const size_t end = text.find("local:");
+    if (start == std::string::npos || end == std::string::npos)
+        throw std::runtime_error("src/exports.map has no 'global:' or no 'local:'");
+    const std::string global = text.substr(start + 7, end - start - 7);
+    static const std::regex item(R"(/\* (\w+\.h) \*/|([A-Za-z_]\w*);)");
+    std::vector<map_section> sections;
+    for (std::sregex_iterator i(global.begin(), global.end(), item), last; i != last; ++i) {
+        if ((*i)[1].matched)
+            sections.push_back({(*i)[1].str(), {}});
+        else
+            sections.at(sections.size() - 1).symbols.push_back((*i)[2].str());
+    }
+    return sections;
+}
+
+names exported()
+{
+    names all;
+    for (const map_section &section : exports_map())
+        all.insert(section.symbols.begin(), section.symbols.end());
+    return all;
+}
+
+names without(const names &all, const names &taken_away)
+{
+    names rest;
+    std::set_difference(all.begin(), all.end(), taken_away.begin(), taken_away.end(),
+                        std::inserter(rest, rest.end()));
+    return rest;
+}
+
+// The headers ------------------------------------------------------------------------------------
+
+std::string without_comments(std::string text)
+{
+    for (size_t start; (start = text.find("/*")) != std::string::npos;) {
+        const size_t end = text.find("*/", start);
+        if (end == std::string::npos)
+            throw std::runtime_error("a comment has no end");
+        text.replace(start, end + 2 - start, " ");
+    }
+    static const std::regex line_comment("//[^\n]*");
+    return std::regex_replace(text, line_comment, "");
+}
+
+// The text without what stands in braces; an empty statement is left in its place.
+std::string without_bodies(const std::string &text)
+{
+    std::string outside;
+    int depth = 0;
+    for (const char c : text) {
+        depth += c == '{';
+        if (depth == 0)
+            outside += c;
+        if (c == '}' && --depth == 0)
+            outside += ';';
+    }
+    return outside;
+}
+
+// The exported name that a statement of a header declares, or nothing.
+std::string declared_name(const std::string &statement)
+{
+    static const std::regex attribute(R"(__attribute__\s*\(\((?:[^()]|\([^()]*\))*\)\))");
+    static const std::regex no_symbol(R"(^\s*(?:typedef|static|inline)\b[^]*)");
+    static const std::regex function(R"(^[^()]*?([A-Za-z_]\w*)\s*\([^]*\)\s*$)");
+    static const std::regex object(R"(^\s*extern\b[^()]*?([A-Za-z_]\w*)\s*(?:\[[^\]]*\])?\s*$)");
+    const std::string plain = std::regex_replace(statement, attribute, "");
+    std::smatch match;
+    if (std::regex_match(plain, no_symbol))
+        return "";
+    if (std::regex_match(plain, match, function) || std::regex_match(plain, match, object))
+        return match[1].str();
+    return "";
+}
+
+// What a public header declares between its visibility pragmas.
+std::vector<std::string> declared_in(const std::filesystem::path &header)
+{
+    static const std::regex directive(R"((^|\n)[ \t]*#(?:[^\n\\]|\\[^])*)");
+    const std::string text = read_file(header);
+    const size_t start = text.find("#pragma GCC visibility push(default)");
+    const size_t end = text.find("#pragma GCC visibility pop");
+    if (start == std::string::npos || end == std::string::npos)
+        return {};
+    const std::string code =
+        std::regex_replace(without_comments(text.substr(start, end - start)), directive, "$1");
+    std::vector<std::string> declared;
+    for (const std::string &statement : statements(without_bodies(code))) {
+        if (const std::string name = declared_name(statement); !name.empty())
+            declared.push_back(name);
+    }
+    return declared;
+}
+
+// The headers that declare a name, for every declared name.
+std::map<std::string, std::vector<std::string>> declarations()
+{
+    std::map<std::string, std::vector<std::string>> headers_of;
+    for (const auto &header :
+         std::filesystem::directory_iterator(std::string(VYT_SOURCE_DIR) + "/include")) {
+        for (const std::string &name : declared_in(header.path()))
+            headers_of[name].push_back(header.path().filename());
+    }
+    return headers_of;
+}
+
+// The object -------------------------------------------------------------------------------------
+
+const Elf &library()
+{
+    static const Elf elf(VYT_LIBRARY_FILE);
+    return elf;
+}
+
+names undefined()
+{
+    names all;
+    for (const elf_symbol &symbol : library().dynamic_symbols()) {
+        if (!symbol.defined)
+            all.insert(symbol.name);
+    }
+    return all;
+}
+
+// Sanitizers and the coverage counter bring a runtime and constructors of their own.
+bool is_instrumented()
+{
+    static const std::regex runtime(R"(lib(?:a|t|ub)san\.so.*)");
+    for (const std::string &needed : library().dynamic_texts(DT_NEEDED)) {
+        if (std::regex_match(needed, runtime))
+            return true;
+    }
+    const auto symbols = library().all_symbols();
+    return std::any_of(symbols.begin(), symbols.end(), [](const elf_symbol &symbol) {
+        return symbol.name.rfind("__gcov_", 0) == 0;
+    });
+}
+
+#define NEEDS_A_PLAIN_BUILD()                                                                      \
+    if (is_instrumented())                                                                         \
+    GTEST_SKIP() << "the compiler has added a runtime of its own to this build"
+
+} // namespace
+
+TEST(Boundary, TheObjectShowsExactlyWhatTheMapNames)
+{
+    names defined;
+    for (const elf_symbol &symbol : library().dynamic_symbols()) {
+        if (symbol.defined)
+            defined.insert(symbol.name);
+    }
+    EXPECT_THAT(without(defined, exported()), IsEmpty()) << "shown, but not in the map";
+    EXPECT_THAT(without(exported(), defined), IsEmpty()) << "in the map, but not in the object";
+}
+
+TEST(Boundary, TheMapIsSortedAndNamesEachSymbolOnce)
+{
+    std::vector<std::string> headers;
+    std::vector<std::string> all;
+    for (const map_section &section : exports_map()) {
+        headers.push_back(section.header);
+        EXPECT_TRUE(std::is_sorted(section.symbols.begin(), section.symbols.end()))
+            << section.header;
+        all.insert(all.end(), section.symbols.begin(), section.symbols.end());
+    }
+    EXPECT_TRUE(std::is_sorted(headers.begin(), headers.end()));
+    EXPECT_EQ(all.size(), exported().size()) << "a name stands in the map twice";
+}
+
+TEST(Boundary, EverySymbolIsDeclaredInExactlyTheHeaderOfItsSection)
+{
+    const auto headers_of = declarations();
+    for (const map_section &section : exports_map()) {
+        for (const std::string &name : section.symbols) {
+            ASSERT_TRUE(headers_of.contains(name)) << name << " is declared nowhere";
+            EXPECT_THAT(headers_of.at(name), ElementsAre(section.header)) << name;
+        }
+    }
+}
+
+TEST(Boundary, EverythingDeclaredIsInTheMap)
+{
+    const names all = exported();
+    for (const auto &[name, headers] : declarations())
+        EXPECT_TRUE(all.contains(name)) << name << " of " << headers.front();
+}
+
+TEST(Boundary, TheDataObjectsHaveTheirSizesAndAreZeroAtLoad)
+{
+    const std::map<std::string, uint64_t> promised = {{"shmem_init_err_t", 4}, {"garp_delay", 8}};
+    std::map<std::string, uint64_t> found;
+    for (const elf_symbol &symbol : library().dynamic_symbols()) {
+        if (symbol.defined && !symbol.function) {
+            found[symbol.name] = symbol.size;
+            EXPECT_TRUE(symbol.zero_at_load) << symbol.name;
+        }
+    }
+    EXPECT_EQ(found, promised);
+}
+
+TEST(Boundary, TheSonameIsTheOneThatDaemonsAskFor)
+{
+    EXPECT_THAT(library().dynamic_texts(DT_SONAME), ElementsAre("libVYThelpers.so"));
+}
+
+TEST(Boundary, NoCxxRuntimeIsNeeded)
+{
+    NEEDS_A_PLAIN_BUILD();
+    const auto needed = library().dynamic_texts(DT_NEEDED);
+    EXPECT_THAT(needed, Contains(MatchesRegex("libc\\.so.*")));
+    EXPECT_THAT(needed, Each(Not(MatchesRegex("lib(stdc\\+\\+|gcc_s|c\\+\\+|supc\\+\\+).*"))));
+}
+
+TEST(Boundary, LoadingRunsNoConstructor)
+{
+    NEEDS_A_PLAIN_BUILD();
+    // One entry, the C runtime's own.
+    EXPECT_EQ(library().section_size(".init_array"), sizeof(void *));
+    EXPECT_EQ(library().section_size(".ctors"), 0u);
+}
+
+TEST(Boundary, TheBoardsFunctionsAreLeftToTheBoard)
+{
+    EXPECT_THAT(undefined(), IsSupersetOf({"SYSLOG_flag_get", "SYSLOG_message", "clockgettime",
+                                           "clocktimerexpired", "get_alive_mgr_pid", "strlcpy"}));
+}
+
+TEST(Boundary, LinesGoToTheSymbolSyslogItself)
+{
+    EXPECT_THAT(undefined(), Contains("syslog"));
+    EXPECT_THAT(undefined(), Each(Not(MatchesRegex("vsyslog|openlog|__.*syslog.*_chk"))));
+}
+
+TEST(Boundary, LinksAreResolvedAtLoadAndReadOnlyAfterwards)
+{
+    EXPECT_THAT(library().segment_flags(PT_GNU_RELRO), SizeIs(1));
+    const auto flags = library().dynamic_values(DT_FLAGS);
+    const auto flags_1 = library().dynamic_values(DT_FLAGS_1);
+    const bool now = !library().dynamic_values(DT_BIND_NOW).empty() ||
+                     (!flags.empty() && (flags.front() & DF_BIND_NOW) != 0) ||
+                     (!flags_1.empty() && (flags_1.front() & DF_1_NOW) != 0);
+    EXPECT_TRUE(now);
+    EXPECT_THAT(library().dynamic_values(DT_TEXTREL), SizeIs(0));
+}
+
+TEST(Boundary, NothingIsWritableAndExecutable)
+{
+    EXPECT_THAT(library().segment_flags(PT_GNU_STACK), ElementsAre(PF_R | PF_W));
+    for (const uint32_t flags : library().segment_flags(PT_LOAD))
+        EXPECT_NE(flags & (PF_W | PF_X), uint32_t{PF_W | PF_X});
+}
