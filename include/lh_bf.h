@@ -190,12 +190,13 @@ size_t lh_bf_size_for_hex_str_get(size_t hex_str_len);
  *         keep what was read.
  * @log    the lines about a record that is not valid; `PTR_IS_NULL: hex_str`;
  *         `IS_EQ check failed: hex_str_len (0 == 0) !!!`;
- *         `IS_NE check failed: hex_str_len % 2 (1 != 0) !!!`;
+ *         `IS_NE check failed: 0 (0 != 1) !!!` for an odd number of digits;
  *         `IS_LT check failed: bf->size (%lu < %lu) !!!` (the field's bytes, the needed bytes);
  *         `sscanf failed` for a pair that holds no number.
  * @threads any, one at a time for a record.
  * @note Deliberate: each pair is read as `sscanf` reads `%02x`. So a digit before something else
- *       counts alone (`7z` is 7), and a blank or a sign may stand before a single digit.
+ *       counts alone (`7z` is 7), and a blank or a sign may stand before a single digit (`-7` is
+ *       0xF9).
  */
 int lh_bf_hex_str_parse(lh_bf_t *bf, const char *hex_str, size_t hex_str_len);
 

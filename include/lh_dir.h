@@ -124,8 +124,7 @@ int lh_dir_cb_size(const char *path, unsigned char type, void *cookie);
  * @param path the directory; null is logged.
  * @return the total in bytes; all ones (`(size_t)-1`) when the tree cannot be walked.
  * @errno  of the failing call.
- * @log    the lines of lh_dir_lookup() (a null `path` too is logged there) and then
- *         `lh_dir_size error`; the lines of lh_file_size_get().
+ * @log    `PTR_IS_NULL: path`; the lines of lh_dir_lookup() and then `lh_dir_size error`; the lines of lh_file_size_get().
  * @blocking on the file system.
  * @threads any.
  * @note Links are followed: a link adds the size of what it leads to.
@@ -140,8 +139,7 @@ size_t lh_dir_size(const char *path);
  * @param gid  the group.
  * @return 0, also when an entry's owner could not be changed; -1 when the tree cannot be walked.
  * @errno  of the failing call.
- * @log    the lines of lh_dir_lookup() (a null `path` too is logged there) and then
- *         `lh_dir_chown_recursive error`.
+ * @log    `PTR_IS_NULL: path`; the lines of lh_dir_lookup() and then `lh_dir_chown_recursive error`.
  * @blocking on the file system.
  * @threads any.
  * @note Links are followed: what a link leads to changes its owner, wherever it is.
@@ -191,7 +189,10 @@ uint64_t lh_get_free_fs_size(const char *path);
  *         errno) or `PTR_IS_NULL: fpath`, `PTR_IS_NULL: sb`, `PTR_IS_NULL: ftwbuf`.
  * @blocking on the file system.
  * @threads any; uses up to 16 descriptors meanwhile.
- * @note **Links are followed**: what is in a directory that a link leads to is removed too.
+ * @note **Links are followed**: what is in a directory that a link leads to is removed too. A
+ *       directory that is reached twice, because a link in the tree leads to another part of it or
+ *       back to its start, is handled only once: something may be left then, and the result is
+ *       mostly -1.
  */
 int lh_dir_rm(const char *path);
 
@@ -206,7 +207,8 @@ int lh_dir_rm(const char *path);
  *         errno) or `PTR_IS_NULL: fpath`, `PTR_IS_NULL: sb`, `PTR_IS_NULL: ftwbuf`.
  * @blocking on the file system.
  * @threads any; uses up to 16 descriptors meanwhile.
- * @note **Links are followed**, as in lh_dir_rm().
+ * @note **Links are followed**, as in lh_dir_rm(); with a link that leads to another part of the tree
+ *       or back to its start something may be left, even with the result 0.
  */
 int lh_dir_clear(const char *path);
 

@@ -130,7 +130,7 @@ unsigned int lh_file_get_mode(const char *path);
  *                  logged.
  * @param text_size where the file's size in bytes plus one (for the NUL) goes; null is logged.
  * @return 0, or -1. An empty or absent file is a failure.
- * @errno  of the failing call; of no meaning when the file is empty.
+ * @errno  of the failing call; of no meaning when the file is empty, or shrank before it was read.
  * @log    `PTR_IS_NULL: path`, `PTR_IS_NULL: text` or `PTR_IS_NULL: text_size`;
  *         `file '%s' is empty` (path) when its size is 0 or it is absent or cannot be looked at, in
  *         the last case after the line of lh_file_size_get();

@@ -166,6 +166,7 @@ int lh_str_vasprintf(char **dst, const char *format, ...) __attribute__((format(
  * @param size its size in bytes. 0 holds no text at all: nothing is written and the call fails.
  * @param fmt  as for printf; null is logged.
  * @return 0 when the whole text and its terminator fit, else -1; the buffer then holds what did.
+ * @errno  of the failing conversion, when the text could not be formatted; else kept.
  * @log    `PTR_IS_NULL: buf` or `PTR_IS_NULL: fmt`; `truncated: '%s'` with what the buffer holds
  *         when the text did not fit or could not be formatted.
  * @threads any, one at a time for a buffer.

@@ -45,13 +45,14 @@ int lh_strtime(char *str, size_t size, const struct tm *timeinfo);
  * Read a calendar time of the form `%F %H:%M:%S`.
  *
  * @param str      the text; null is logged.
- * @param timeinfo where the time goes; null is logged. Fields that the text does not give keep
- *                 their values.
+ * @param timeinfo where the time goes; null is logged. The day of the week and of the year are
+ *                 worked out; `tm_isdst` keeps its value.
  * @return 0, or -1 for a null argument.
  * @log    `PTR_IS_NULL: str` or `PTR_IS_NULL: timeinfo`.
  * @threads any.
- * @note Deliberate: a text that is no time gives 0 too. Whoever must know fills `timeinfo` with
- *       impossible values before the call.
+ * @note Deliberate: a text that is no time gives 0 too, and the fields before the first mismatch have
+ *       been set then. Whoever must know fills `timeinfo` with impossible values before the call and
+ *       looks at `tm_sec`, the last one to be set.
  */
 int lh_strptime(const char *str, struct tm *timeinfo);
 

@@ -2,9 +2,10 @@
  * @file lh_unit.h
  * Which unit am I: the unit's mode and number, now and after the next reboot.
  *
- * The record is kept in "/mnt/config/etc/config/vyt/unit", five decimal numbers on a line, and read
- * once by each process, on the first call of any function here. A missing or bad file gives a unit
- * that stands alone: mode 1, unit 1.
+ * The record is kept in "/mnt/config/etc/config/vyt/unit", five decimal numbers on a line. Each
+ * process reads it once, at its first call of lh_unit_init(), of a getter or of lh_unit_ids_set(); an
+ * earlier lh_unit_set() takes the place of reading. A missing or bad file gives a unit that stands
+ * alone: mode 1, unit 1.
  *
  * The per-process record has no lock: it is loaded and changed by one thread.
  */
@@ -38,7 +39,7 @@ typedef struct lh_unit {
  * @return 0, always.
  * @log    for a file that is there but bad: `unit file have invalid data, start in unit mode
  *         STANDALONE with unit id %d` (fewer than four numbers, or not readable; with the line of
- *         lh_file_scanf() then); `OUT_OF_RANGE check failed: %s is really out of range (%lu %lu %lu)
+ *         lh_file_scanf() then, if any); `OUT_OF_RANGE check failed: %s is really out of range (%lu %lu %lu)
  *         !!!` (`unit_mode`, `unit_mode_after_reboot`, `unit_id` or `unit_id_after_reboot`; 1, the
  *         value, the bound) followed by `unit file have invalid mode, start in unit mode STANDALONE`
  *         or `unit file have invalid id, start with unit id %d`. Nothing for a missing file.
@@ -65,7 +66,7 @@ int lh_unit_get(lh_unit_t *unit);
  *
  * @param unit the record; null is logged.
  * @return 0; -1 when a field is out of range or the file could not be written, and then nothing has
- *         changed for this process.
+ *         changed for this process. A file that could be opened but not written is left empty.
  * @errno  of the failing call.
  * @log    `PTR_IS_NULL: unit`; `OUT_OF_RANGE check failed: %s is really out of range (%lu %lu %lu)
  *         !!!` (`unit->mode` and so on; 1, the value, the bound) for the first bad field;
@@ -116,7 +117,8 @@ int lh_unit_ids_get(int *unit_id, int *unit_id_after_reboot);
  *
  * @param unit_id              the number; **not checked**, give 1 to 4.
  * @param unit_id_after_reboot the number after the next reboot; **not checked**, give 1 to 4.
- * @return 0, or -1, and then nothing has changed for this process.
+ * @return 0; -1 when the file could not be written, and then nothing has changed for this process. A
+ *         file that could be opened but not written is left empty.
  * @errno  of the failing call.
  * @log    `lh_str_add failed`; `lh_file_write failed`, each after the helper's own line; the lines of
  *         lh_unit_init() at the first call.

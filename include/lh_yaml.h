@@ -21,10 +21,12 @@
  * @endcode
  *
  * Keys are plain scalars. Values are double-quoted ("value" form) or plain, depending on the
- * helper. Where a text cannot be written plain without changing its meaning (it is empty, holds
- * ": " or a line break, starts with "-" or "[" ...) libyaml quotes it, so that it reads back as it
- * was given. Characters other than printable ASCII are written as escapes between double quotes.
- * A plain word keeps whatever meaning a reader gives it: `yes` is a boolean, `22` a number.
+ * helper. Where a text cannot be written plain without changing its meaning (it holds ": " or a
+ * line break, starts with "- " or "[" ...) libyaml quotes it, so that it reads back as it was
+ * given. A text with characters other than printable ASCII and line breaks is written between double
+ * quotes, with escapes. A key with a line break takes the form `? key` on lines of its own.
+ * A plain word keeps whatever meaning a reader gives it: `yes` is a boolean, `22` a number, and a
+ * plain value that is empty stands as nothing behind its key, which readers take for null.
  *
  * Failures. Null arguments are logged; everything else that fails gives -1 without a line, and the
  * emitter's own `error` and `problem` tell what libyaml had to say. Text that is too long, that is
@@ -154,7 +156,7 @@ int yaml_set_val_bool(yaml_emitter_t *emitter, yaml_event_t *event, const char *
  * @log    `PTR_IS_NULL: emitter`; `PTR_IS_NULL: event`; `PTR_IS_NULL: var`; `PTR_IS_NULL: val`.
  * @blocking as writing to the file does.
  * @threads one per emitter.
- * @note Deliberately plain, where yaml_set_val_char() quotes: a text such as `22`, `yes` or `null`
+ * @note Deliberately plain, where yaml_set_val_char() quotes: a text such as `22`, `yes`, `null` or none
  *       is not a string to the reader. After a failure the key may stand without a value.
  */
 int yaml_set_val_str(yaml_emitter_t *emitter, yaml_event_t *event, const char *var,
@@ -264,8 +266,8 @@ int yaml_prepare_data(yaml_emitter_t *emitter, yaml_event_t *event, FILE *config
  *         them the emitter is untouched and still to be closed.
  * @blocking as writing to the file does.
  * @threads one per emitter.
- * @note After -1 what had been emitted is in the file all the same, unless writing to it is what
- *       failed. Closing a closed emitter gives -1 and does nothing.
+ * @note After -1 what had been emitted is in the file all the same, unless writing to it, or the
+ *       memory for the event that libyaml was looking ahead to, is what failed. Closing a closed emitter gives -1 and does nothing.
  * @note 0 says that the C stream took the text. The stream has a buffer of its own: the result of
  *       the caller's `fclose` or `fflush` tells whether it reached the file.
  */

@@ -81,17 +81,20 @@ int syslog_wireguard_write_flags_to_savefile(const syslog_wireguard_flags_t *fla
 int syslog_wireguard_set_default_log_config(int force);
 
 /**
- * Read the flags from the save file, which is made with the defaults when it is missing.
+ * Read the flags from the save file, which is reset to the defaults when it cannot be found.
  *
  * @param flags where they go; null is logged. A flag whose line is missing keeps its value; of
  *              several lines for one flag the last one counts. On is exactly the value 1.
  * @return 0, or -1; the flags of the lines before a bad one have been set then.
  * @errno  of the failing call.
  * @log    `PTR_IS_NULL: flags`; `can't open file '%s'`; `can't parse line: '%s'` (the line with its
- *         newline); `<%s> invalid mnemonic '%s' in file` (this function's name, the first four
- *         characters); the lines of syslog_wireguard_set_default_log_config().
+ *         newline); `<%s> invalid mnemonic '%s' in file` (this function's name, the mnemonic); the
+ *         lines of syslog_wireguard_set_default_log_config().
  * @blocking on the file system.
  * @threads any.
+ * @note A line is scanned as "%4s = %d": white space is free around the "=" but for the one that must
+ *       end a mnemonic of less than four characters, what follows the number is not looked at, and
+ *       an empty line is a bad one. Of a line of more than 63 characters every piece of 63 is a line.
  */
 int syslog_wireguard_read_flags_from_savefile(syslog_wireguard_flags_t *flags);
 
@@ -99,8 +102,10 @@ int syslog_wireguard_read_flags_from_savefile(syslog_wireguard_flags_t *flags);
  * Read the flags that are in force from the kernel module's control file, "/proc/wireguard".
  *
  * @param flags where they go; **not checked for null**.
- * @return 0; -1 when the file cannot be opened or does not hold a number. Nothing is logged.
+ * @return 0; -1 when the file cannot be opened or does not start with "0x" and a hexadecimal number.
+ *         Nothing is logged.
  * @errno  of the failing call.
+ * @blocking on the kernel module.
  * @threads any.
  */
 int syslog_wireguard_read_flags_from_proc_file(syslog_wireguard_flags_t *flags);
@@ -111,6 +116,7 @@ int syslog_wireguard_read_flags_from_proc_file(syslog_wireguard_flags_t *flags);
  * @param flags the flags; on is anything but 0.
  * @return 0; -1 when the file cannot be opened. Nothing is logged.
  * @errno  of the failing call.
+ * @blocking on the kernel module.
  * @threads any.
  * @note Whether the kernel took what was written is not looked at. All other bits become 0.
  */

@@ -34,8 +34,6 @@ template <class... Args>
 // The check family for operands whose line must show another text, or another function's name.
 #define PTR_IS_NULL_AS(function, p, text)                                                          \
     lh_check_((p) == nullptr, LH_CHECK_PREFIX_ "PTR_IS_NULL: %s", function, __LINE__, text, 0, 0, 0)
-#define IS_EQ_TEXT(a, text, b) LH_CHECK_PAIR_(EQ, ==, a, text, b)
-#define IS_NE_TEXT(a, text, b) LH_CHECK_PAIR_(NE, !=, a, text, b)
 #define IS_ME_TEXT(a, text, b)                                                                     \
     lh_check_is_me_((unsigned long)(a), (unsigned long)(b),                                        \
                     LH_CHECK_PREFIX_ "IS_ME check failed: %s (%lu >= %lu) !!!", __func__,          \

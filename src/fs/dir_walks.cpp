@@ -36,6 +36,8 @@ int lh_dir_cb_size(const char *path, unsigned char, void *cookie)
 
 size_t lh_dir_size(const char *path)
 {
+    if (PTR_IS_NULL(path))
+        return static_cast<size_t>(-1);
     uint64_t total = 0;
     lh_dir_lookup_opts opts = {.flags = every_entry, .depth = 0, .callback = lh_dir_cb_size};
     if (lh_dir_lookup(path, &opts, &total) != 0) {
@@ -47,6 +49,8 @@ size_t lh_dir_size(const char *path)
 
 int lh_dir_chown_recursive(const char *path, unsigned int uid, unsigned int gid)
 {
+    if (PTR_IS_NULL(path))
+        return -1;
     ownership to = {.owner = uid, .group = gid};
     lh_dir_lookup_opts opts = {.flags = every_entry, .depth = 0, .callback = change_owner};
     if (lh_dir_lookup(path, &opts, &to) != 0) {

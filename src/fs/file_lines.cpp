@@ -111,9 +111,6 @@ int lh_file_skip_lines(FILE *f, unsigned int n)
 {
     if (PTR_IS_NULL(f))
         return -1;
-    // Deliberate: at an empty line no round moves the stream, and each counts as a skipped line.
-    if (n != 0 && stands_at_newline(f))
-        return 0;
     for (unsigned int i = 0; i < n; i++) {
         const int rc = fscanf(f, "%*[^\n]\n");
         if (IS_EQ(rc, -1)) {
@@ -124,6 +121,9 @@ int lh_file_skip_lines(FILE *f, unsigned int n)
             LOG_ERROR("fscanf failed: %s", strerror(errno));
             return -1;
         }
+        // Deliberate: at an empty line no round moves the stream, and each counts as a skipped line.
+        if (stands_at_newline(f))
+            return 0;
     }
     return 0;
 }

@@ -72,13 +72,14 @@ ssize_t lh_file_reverse_getline(char **line, size_t *size, FILE *file)
     const bool has_block = *line != nullptr && *size != 0;
     ssize_t length = read_line(line, size, file);
     if (length == -1) {
-        // A block that getline has just made holds nothing yet, not even the end of a string.
-        if (!has_block && *line != nullptr)
-            **line = '\0';
-        if (*line == nullptr || **line != '\0') {
+        // A block that getline has just made holds nothing yet, not even the end of a string: there
+        // the end of the file tells an empty line from a failure.
+        const bool is_empty = has_block ? **line == '\0' : *line != nullptr && feof(file) != 0;
+        if (!is_empty) {
             LOG_ERROR("getline failed: %s", strerror(errno));
             return -1;
         }
+        **line = '\0';
         length = 1; // the empty line behind the last newline
     }
     return seek(file, off) != 0 ? -1 : length;

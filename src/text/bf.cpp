@@ -184,7 +184,7 @@ size_t lh_bf_size_for_hex_str_get(size_t hex_str_len)
 int lh_bf_hex_str_parse(lh_bf_t *bf, const char *hex_str, size_t hex_str_len)
 {
     if (BF_IS_INVALID(bf) || PTR_IS_NULL(hex_str) || IS_EQ(hex_str_len, 0u) ||
-        IS_NE_TEXT(static_cast<long>(hex_str_len % 2), "hex_str_len % 2", 0))
+        IS_NE(0, hex_str_len % 2))
         return -1;
     const size_t size = lh_bf_size_for_hex_str_get(hex_str_len);
     if (IS_LT(bf->size, size))

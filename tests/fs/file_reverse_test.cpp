@@ -215,6 +215,22 @@ TEST_F(FileReverse, NeedsItsArguments)
     EXPECT_LINES("lh_file_reverse_getline: PTR_IS_NULL: file");
 }
 
+TEST_F(FileReverse, FailureWithAFreshBlockIsNotTakenForAnEmptyLine)
+{
+    const stream file = open_at_end("a\nb");
+    Buffer buffer;
+    Faults faults;
+    faults.replace("getline", reinterpret_cast<void *>(+[](char **line, size_t *size, FILE *) {
+                       *size = 8;
+                       *line = static_cast<char *>(calloc(1, *size));
+                       errno = ENOMEM;
+                       return ssize_t{-1};
+                   }));
+    EXPECT_EQ(lh_file_reverse_getline(&buffer.line, &buffer.size, file.get()), -1);
+    EXPECT_EQ(errno, ENOMEM);
+    EXPECT_LINES("lh_file_reverse_getline: getline failed: Cannot allocate memory");
+}
+
 TEST_F(FileReverse, EveryFailingCallIsReported)
 {
     struct {

@@ -64,6 +64,11 @@ void World::make_proc_writable()
         must(symlink((real + "/" + name).c_str(), ("/proc/" + name).c_str()) == 0, name);
 }
 
+void World::cover_tmp()
+{
+    mount_empty("/tmp");
+}
+
 void World::leave_network()
 {
     must(unshare(CLONE_NEWNET) == 0, "unshare(CLONE_NEWNET)");

@@ -16,6 +16,9 @@ class World {
     // parent: /proc/self, /proc/PID of this process, /proc/mounts and /proc/sys are the real ones.
     void make_proc_writable();
 
+    // Covers /tmp with an empty one. What a TempDir made before is out of sight from then on.
+    void cover_tmp();
+
     // Moves this process into an empty network namespace of its own.
     void leave_network();
 };
