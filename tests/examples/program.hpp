@@ -7,6 +7,7 @@
 #include <chrono>
 #include <csignal>
 #include <fcntl.h>
+#include <functional>
 #include <optional>
 #include <poll.h>
 #include <string>
@@ -30,7 +31,8 @@ class Program {
   public:
     using Limit = std::chrono::milliseconds;
 
-    explicit Program(std::vector<std::string> words)
+    // `before` runs in the program's process just before it becomes the program.
+    explicit Program(std::vector<std::string> words, const std::function<void()> &before = {})
     {
         int in[2], out[2];
         if (pipe2(in, O_CLOEXEC) != 0 || pipe2(out, O_CLOEXEC) != 0)
@@ -38,7 +40,7 @@ class Program {
         fflush(nullptr);
         pid_ = fork();
         if (pid_ == 0)
-            become(words, in[0], out[1]);
+            become(words, in[0], out[1], before);
         close(in[0]);
         close(out[1]);
         in_ = in[1];
@@ -105,7 +107,8 @@ class Program {
     }
 
   private:
-    [[noreturn]] void become(const std::vector<std::string> &words, int in, int out)
+    [[noreturn]] void become(const std::vector<std::string> &words, int in, int out,
+                             const std::function<void()> &before)
     {
         const int errors = open(errors_.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
         dup2(in, STDIN_FILENO);
@@ -116,6 +119,8 @@ class Program {
         for (const std::string &word : words)
             argv.push_back(const_cast<char *>(word.c_str()));
         argv.push_back(nullptr);
+        if (before)
+            before();
         execv(argv[0], argv.data());
         _exit(127);
     }
@@ -147,9 +152,10 @@ struct Outcome {
 };
 
 // Runs a program to its end, with this on its standard input.
-inline Outcome run(std::vector<std::string> words, const std::string &input = "")
+inline Outcome run(std::vector<std::string> words, const std::string &input = "",
+                   const std::function<void()> &before = {})
 {
-    Program program(std::move(words));
+    Program program(std::move(words), before);
     if (!input.empty()) // else it may have ended already
         program.write(input);
     program.close_input();
@@ -157,5 +163,38 @@ inline Outcome run(std::vector<std::string> words, const std::string &input = ""
     const int status = program.wait();
     return {status, output, program.errors()};
 }
+
+// A test that runs examples, with a directory of its own.
+class Examples : public ::testing::Test {
+  protected:
+    static Outcome start(const std::string &name, std::vector<std::string> words,
+                         const std::function<void()> &before = {})
+    {
+        words.insert(words.begin(), example(name));
+        return run(std::move(words), "", before);
+    }
+    static void expect_help(const std::string &name)
+    {
+        for (const char *option : {"--help", "-h"}) {
+            const Outcome outcome = start(name, {option});
+            EXPECT_EQ(outcome.status, 0) << name;
+            EXPECT_EQ(outcome.output.rfind("usage: " + name + " ", 0), 0u) << outcome.output;
+            EXPECT_NE(outcome.output.find("--help"), std::string::npos);
+            EXPECT_EQ(outcome.errors, "");
+        }
+    }
+    // The first word is the example; the usage line is the last thing that it says.
+    static void expect_usage(const std::vector<std::string> &words)
+    {
+        const Outcome outcome = start(words[0], {words.begin() + 1, words.end()});
+        EXPECT_EQ(outcome.status, 2) << ::testing::PrintToString(words);
+        EXPECT_EQ(outcome.output, "");
+        const size_t usage = outcome.errors.rfind("usage: " + words[0] + " ");
+        ASSERT_NE(usage, std::string::npos) << ::testing::PrintToString(words);
+        EXPECT_EQ(outcome.errors.find('\n', usage), outcome.errors.size() - 1);
+    }
+
+    TempDir dir;
+};
 
 } // namespace vyt::test
