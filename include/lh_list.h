@@ -49,7 +49,7 @@ typedef struct lh_list_node {
  * @param data the node's data; it belongs to the node.
  * @param key  what the caller of lh_list_contains_ex() gave.
  * @param size bytes of `data`.
- * @return non-zero for a match.
+ * @return non-zero for a match. Only the low byte is looked at, so a `bool` or a byte does as well.
  */
 typedef int (*lh_list_cmp)(const void *data, const void *key, size_t size);
 
@@ -89,10 +89,10 @@ int lh_list_add_tail(lh_list *head, const void *data, size_t size);
  * @param key  handed to `cmp`; null is logged.
  * @param cmp  asked for each node until it answers non-zero; null is logged. It must not change the
  *             list.
- * @return the low byte of the first non-zero answer, 0 to 255; 0 when no node matches.
+ * @return the first non-zero answer's low byte, 1 to 255; 0 when no node matches.
  * @log    `PTR_IS_NULL: key`; `PTR_IS_NULL: cmp`.
  * @threads guard a shared list, for reading at least.
- * @note An answer whose low byte is 0 (256, say) ends the search and comes back as 0, like no match.
+ * @note An answer whose low byte is 0 (256, say) is no match.
  */
 int lh_list_contains_ex(const lh_list *head, const void *key, lh_list_cmp cmp);
 

@@ -102,7 +102,8 @@ lh_poll_ctx_fd *lh_poll_ctx_fd_get(lh_poll_ctx *ctx, int fd);
  * Remove a descriptor from the context, without closing it.
  *
  * @param ctx the context; null is logged.
- * @param fd  the descriptor.
+ * @param fd  the descriptor; a negative one is not refused: -1 removes the first entry that
+ *            lh_poll_ctx_close_all() has closed.
  * @return 0, or -1; on failure the context is as it was.
  * @errno  ENOMEM when there is no memory.
  * @log    `PTR_IS_NULL: ctx`, `PTR_IS_NULL: ctx->pfd` or `PTR_IS_NULL: ctx->_fds`;
@@ -131,7 +132,8 @@ void lh_poll_ctx_close_all(lh_poll_ctx *ctx);
  * @param ctx the context (stays the caller's); null is logged.
  * @log    `PTR_IS_NULL: ctx`.
  * @threads the event thread.
- * @note Deliberate: `pfd_num` keeps its value. Whoever uses the context again sets it to 0 first.
+ * @note Deliberate: `pfd_num` keeps its value. Whoever uses the context again sets it to 0 first;
+ *       a loop that is run without that ends with `poll failed`.
  *       The descriptors are not closed, see lh_poll_ctx_close_all().
  */
 void lh_poll_ctx_free(lh_poll_ctx *ctx);
@@ -159,9 +161,9 @@ int lh_poll_ctx_on_each_event_cb_set(lh_poll_ctx *ctx,
  * non-zero. A signal that interrupts the wait only ends the pass.
  *
  * @param ctx the context; null is logged.
- * @log    `PTR_IS_NULL: ctx`; `poll failed: %d` (errno) and `lh_poll(ctx) failed`;
- *         `ctx->on_each_event_cb(ctx, ctx->on_each_event_cb_arg) failed` and
- *         `lh_poll_ctx_handle(ctx) failed`.
+ * @log    `PTR_IS_NULL: ctx`; `poll failed: %d` (errno; function `lh_poll`) and
+ *         `lh_poll(ctx) failed`; `ctx->on_each_event_cb(ctx, ctx->on_each_event_cb_arg) failed`
+ *         (function `lh_poll_ctx_handle`) and `lh_poll_ctx_handle(ctx) failed`.
  * @blocking for as long as it runs.
  * @threads the event thread.
  * @note The library never clears `stop`: a stopped context returns at once until the daemon sets it

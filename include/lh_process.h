@@ -31,7 +31,9 @@ int lh_process_self_pid_get(void);
  *         the name could not be found. Once found it stays; until then every call tries again.
  * @log    `<%s:%d> lh_process_name_get_by_pid failed` (function, line) when there is no name;
  *         `<%s:%d> invalid len: %d > %zu` (name length plus one, 256) when the name is cut.
- *         These two lines have the short prefix, because the long one would ask for the name.
+ *         The first comes after the line of lh_process_name_get_by_pid() that tells why. They have
+ *         the short prefix, because the long one would ask for the name; as long as there is no name,
+ *         every error line of the library is preceded by them.
  * @blocking reads `/proc` at the first call.
  * @threads any once the name is known; the first call also overwrites the buffer of
  *         lh_process_name_get_by_pid() and should be made before threads are started.
@@ -77,6 +79,8 @@ const char *lh_process_name_get_by_itid(int pid, int tid);
  *         when the pid could not be written.
  * @blocking on the file system.
  * @threads any.
+ * @note Whether what was written reached the disk is not looked at: on a full file system the file
+ *       may be empty in spite of the result 0.
  * @note The pid is that of lh_process_self_pid_get(): a child forked after its parent's first call
  *       writes its parent's pid.
  */

@@ -10,19 +10,21 @@
  * In a log line `rc` and the words in brackets are the error code and its `strerror`. The codes come
  * as results of the `pthread_rwlock_*` calls; `errno` is not touched. `lock` may be in memory that
  * processes share, when its attributes say so.
+ *
+ * In the strict C modes (-std=c11) define _POSIX_C_SOURCE as 200809L, or include this header first:
+ * otherwise the C library hides pthread_rwlock_t, and nothing is declared here.
  */
 #ifndef LH_RWLOCK_H
 #define LH_RWLOCK_H
 
-/* Strict C modes show pthread_rwlock_t only on request. */
+/* Strict C modes show pthread_rwlock_t only on request, which must come before the first system
+   header. Where another one came first, the functions stay undeclared. */
 #if defined(__STRICT_ANSI__) && !defined(_POSIX_C_SOURCE) && !defined(_XOPEN_SOURCE) &&            \
     !defined(_DEFAULT_SOURCE) && !defined(_GNU_SOURCE)
 #define _POSIX_C_SOURCE 200809L
 #endif
 #include <pthread.h>
-#ifndef PTHREAD_RWLOCK_INITIALIZER
-#error "lh_rwlock.h needs read-write locks: include it first, or define _POSIX_C_SOURCE as 200809L"
-#endif
+#ifdef PTHREAD_RWLOCK_INITIALIZER
 
 #ifdef __cplusplus
 extern "C" {
@@ -91,7 +93,7 @@ int lh_rwlock_read_trylock(pthread_rwlock_t *lock);
  *         EINVAL: `rwlock not initialized`;
  *         EDEADLK: `rwlock is already locked for writing` (by this thread);
  *         another code: `rwlock cannot be locked, rc: %d (%s)`.
- * @blocking while anybody else holds the lock.
+ * @blocking while anybody else holds the lock, and for ever when this thread holds it for reading.
  * @threads any.
  * @note Deliberate: EINVAL and EDEADLK give 0 after their line. After EDEADLK the thread holds the
  *       lock once, not twice: one unlock releases it.
@@ -132,5 +134,7 @@ int lh_rwlock_unlock(pthread_rwlock_t *lock);
 #ifdef __cplusplus
 }
 #endif
+
+#endif /* PTHREAD_RWLOCK_INITIALIZER */
 
 #endif

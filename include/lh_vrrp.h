@@ -163,7 +163,8 @@ int lh_vrrp_instance_info_update_disable(const char *netns, uint32_t vrid);
  *         `IS_NE check failed: remainder (%lu != %lu) !!!` (function `read_vrrp_info`) for a file of
  *         a wrong size; the lines of lh_file_size_get() and lh_inotify_process(). Debug lines:
  *         `lh_inotify_process failed: %s`; of `read_vrrp_info`: `open failed: %s` and
- *         `mmap failed: %s` (with line number), `invalid Virtual Router Id %d`,
+ *         `mmap failed: %s` (with line number; the second one also when reading the bytes fails),
+ *         `invalid Virtual Router Id %d`,
  *         `invalid VRRP group %d`, `create_vrf_instance failed: %s`,
  *         `create_vrrp_instance failed: %s`, `unexpected status %d`;
  *         `VRRP group %d change status %s to %s`.

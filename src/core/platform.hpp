@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstring>
 #include <ctime>
 
 extern "C" {
@@ -14,11 +15,13 @@ void SYSLOG_message(int priority, const char *format, ...);
 // Liveness. The argument is always 0; -1 when the manager is not known.
 int get_alive_mgr_pid(int unused);
 
-// Clock. The second one answers non-zero once `now` has reached `end`.
+// Clock. The low byte of clocktimerexpired's answer is non-zero once `now` has reached `end`.
 int clockgettime(struct timespec *now);
 int clocktimerexpired(const struct timespec *end, const struct timespec *now);
 
-// C extensions. A C library that has strlcpy declares it in <string.h> the same way.
+// C extensions. A C library that has strlcpy declares it itself.
+#if !defined(__GLIBC__) || !__GLIBC_PREREQ(2, 38)
 size_t strlcpy(char *dst, const char *src, size_t size);
+#endif
 
 } // extern "C"

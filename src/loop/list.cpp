@@ -83,9 +83,9 @@ int lh_list_contains_ex(const lh_list *head, const void *key, lh_list_cmp cmp)
     if (PTR_IS_NULL(key) || PTR_IS_NULL(cmp))
         return 0;
     for (const owned_node &node : list_of<owned_node>(*head)) {
-        // Deliberate: only the low byte comes back, for callers that take the answer as a byte.
-        if (const int answer = cmp(node.data, key, node.size); answer != 0)
-            return answer & 0xff;
+        // Deliberate: only the low byte counts, for comparators that answer with a byte or a bool.
+        if (const int answer = cmp(node.data, key, node.size) & 0xff; answer != 0)
+            return answer;
     }
     return 0;
 }

@@ -227,7 +227,7 @@ void lh_poll_ctx_main_loop(lh_poll_ctx *ctx)
         if (ctx->duration != 0) {
             timespec now;
             clockgettime(&now);
-            if (clocktimerexpired(&ctx->end_time, &now) != 0)
+            if ((clocktimerexpired(&ctx->end_time, &now) & 0xff) != 0)
                 lh_poll_ctx_main_loop_break(ctx);
         }
     }

@@ -94,13 +94,15 @@ int lh_netns_set(const char *ns)
 {
     if (PTR_IS_NULL(ns))
         return -1;
-    const unique_fd handle(lh_netns_fd_get(ns));
+    unique_fd handle(lh_netns_fd_get(ns));
     if (!handle.is_open()) {
         LOG_ERROR("lh_netns_fd_get failed for namespace '%s'", ns);
         return -1;
     }
     constexpr int any_type = 0;
-    if (syscall(SYS_setns, handle.get(), any_type) != 0) {
+    const long rc = syscall(SYS_setns, handle.get(), any_type);
+    handle.reset();
+    if (rc != 0) {
         LOG_ERROR("syscall failed for namespace '%s', %s", ns, strerror(errno));
         return -1;
     }
@@ -118,7 +120,7 @@ int lh_netns_map_get_idx(const char *ns)
     // writes "1" gets what the map says about it.
     if (ns == nullptr || *ns == '\0')
         return 0;
-    const unique_file map(fopen(map_path, "re"));
+    unique_file map(fopen(map_path, "re"));
     if (!map) {
         LOG_ERROR("failed to open '%s'", map_path);
         return -1;
@@ -134,6 +136,7 @@ int lh_netns_map_get_idx(const char *ns)
         if (lh_netns_eq(line, ns))
             return atoi(colon + 1); // stops at the newline by itself
     }
+    map.reset();
     // Deliberate: the stray quote is what log readers already look for.
     LOG_ERROR("no namespace '%s' found'", ns);
     return -1;

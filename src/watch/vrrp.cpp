@@ -58,11 +58,12 @@ int create_vrrp_group(uint32_t gidx)
         return -1;
     if (vrrp_ctx.groups[gidx] != nullptr)
         return 0;
-    auto *group = static_cast<vrrp_group *>(calloc(1, sizeof(vrrp_group)));
+    auto *group = static_cast<vrrp_group *>(malloc(sizeof(vrrp_group)));
     if (group == nullptr) {
         DEBUG_LINE(vrrp_dbg, "malloc failed %s", strerror(errno));
         return -1;
     }
+    group->watched = false;
     group->prev_status = LH_VRRP_STATUS_INVALID;
     group->status = LH_VRRP_STATUS_UNKNOWN;
     list_init(&group->members);

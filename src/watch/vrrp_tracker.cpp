@@ -10,12 +10,7 @@
 
 namespace vyt {
 
-constinit vrrp_tracker vrrp_ctx = {.inotify = nullptr,
-                                   .changed = 0,
-                                   .watch_count = 0,
-                                   .groups = {},
-                                   .vrfs = {&vrrp_ctx.vrfs, &vrrp_ctx.vrfs},
-                                   .vrfs_by_netns = {}};
+constinit vrrp_tracker vrrp_ctx;
 
 namespace {
 
@@ -65,12 +60,14 @@ vrrp_instance *create_vrrp_instance(vrrp_vrf *vrf, uint32_t vridx)
     }
     if (vrf->instances[vridx] != nullptr)
         return vrf->instances[vridx];
-    auto *instance = static_cast<vrrp_instance *>(calloc(1, sizeof(vrrp_instance)));
+    auto *instance = static_cast<vrrp_instance *>(malloc(sizeof(vrrp_instance)));
     if (instance == nullptr) {
         DEBUG_LINE(vrrp_dbg, "malloc failed %s", strerror(errno));
         return nullptr;
     }
     list_init(&instance->link);
+    instance->enabled = false;
+    instance->group = 0;
     instance->vrid = static_cast<uint8_t>(vridx + 1);
     snprintf(instance->name, sizeof(instance->name), "vrrp.%d", instance->vrid);
     instance->vrf = vrf;

@@ -51,12 +51,12 @@ struct vrrp_instance {
 };
 
 struct vrrp_tracker {
-    lh_inotify *inotify; // null: not started
-    uint8_t changed;     // set by the watcher's callback
-    int32_t watch_count; // groups and instances that are enabled
-    vrrp_group *groups[group_max]; // slot g-1 for group g
-    lh_list vrfs;                  // newest first
-    hash_index<vrrp_vrf, &vrrp_vrf::by_netns> vrfs_by_netns;
+    lh_inotify *inotify = nullptr;      // null: not started
+    uint8_t changed = 0;                // set by the watcher's callback
+    int32_t watch_count = 0;            // groups and instances that are enabled
+    vrrp_group *groups[group_max] = {}; // slot g-1 for group g
+    lh_list vrfs = {&vrfs, &vrfs};      // newest first
+    hash_index<vrrp_vrf, &vrrp_vrf::by_netns> vrfs_by_netns = {};
 };
 
 // One in a process.

@@ -1,100 +1,20 @@
 // The update pass: from the VRRP daemon's status file to the status of what is followed.
 #include <cstring>
 #include <fcntl.h>
-#include <sys/mman.h>
-#include <unistd.h>
 
 #include "core/debug.hpp"
 #include "core/handles.hpp"
 #include "lh_file.h"
+#include "watch/vrrp_status_file.hpp"
 #include "watch/vrrp_tracker.hpp"
 
 namespace vyt {
 namespace {
 
-// What is read of a record in the status file, in native byte order.
-constexpr size_t record_size = 576;
-constexpr size_t vrid_offset = 0;
-constexpr size_t state_offset = 472;
-constexpr size_t group_offset = 496;
-constexpr size_t netns_offset = 521;
-constexpr size_t netns_room = record_size - netns_offset;
-static_assert(netns_room == 55);
-
 constexpr const char *reader = "read_vrrp_info";
 
 // How the VRRP daemon numbers the states.
 enum daemon_state : int32_t { DAEMON_INIT, DAEMON_BACKUP, DAEMON_MASTER, DAEMON_FAULT };
-
-struct status_record {
-    int32_t vrid;
-    int32_t state;
-    int32_t group;
-    char netns[netns_room + 1]; // terminated, also where the record's is not
-};
-
-int32_t read_number(const char *at)
-{
-    int32_t number;
-    memcpy(&number, at, sizeof(number));
-    return number;
-}
-
-status_record read_record(const char *bytes)
-{
-    status_record record;
-    record.vrid = read_number(bytes + vrid_offset);
-    record.state = read_number(bytes + state_offset);
-    record.group = read_number(bytes + group_offset);
-    memcpy(record.netns, bytes + netns_offset, netns_room);
-    record.netns[netns_room] = '\0';
-    return record;
-}
-
-// The whole file as it could be read. Deliberate: private memory that the file is read into, not a
-// mapping of the file, which raises SIGBUS in the daemon when a writer truncates the file.
-class status_file {
-  public:
-    status_file() = default;
-    ~status_file()
-    {
-        const errno_saver saver;
-        if (bytes_ != MAP_FAILED)
-            munmap(bytes_, room_);
-    }
-    status_file(const status_file &) = delete;
-    status_file &operator=(const status_file &) = delete;
-
-    // Up to `size` bytes from the start; false, with errno, when that failed.
-    bool read_from(int fd, size_t size)
-    {
-        bytes_ = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-        if (bytes_ == MAP_FAILED)
-            return false;
-        room_ = size;
-        while (length_ < size) {
-            const ssize_t got = ::read(fd, bytes() + length_, size - length_);
-            if (got < 0 && errno == EINTR)
-                continue;
-            if (got < 0)
-                return false;
-            if (got == 0)
-                break;
-            length_ += static_cast<size_t>(got);
-        }
-        return true;
-    }
-
-    size_t length() const { return length_; }
-    const char *record(size_t index) const { return bytes() + index * record_size; }
-
-  private:
-    char *bytes() const { return static_cast<char *>(bytes_); }
-
-    void *bytes_ = MAP_FAILED;
-    size_t room_ = 0;
-    size_t length_ = 0;
-};
 
 // States that the daemon does not know leave the status as it is.
 void set_status(vrrp_instance *instance, int32_t state)
@@ -206,7 +126,7 @@ int read_vrrp_info()
     if (IS_NE(remainder, 0))
         return EIO;
     for (size_t index = 0; index < size / record_size; index++)
-        take_record(read_record(file.record(index)));
+        take_record(file.record(index));
     return 0;
 }
 

@@ -249,12 +249,20 @@ TEST_F(List, TheComparatorsAnswerComesBackAsItsLowByte)
     add_back("second");
     const struct {
         int answer, result;
-    } cases[] = {{1, 1}, {255, 255}, {-1, 255}, {256, 0}, {257, 1}, {INT32_MIN, 0}};
+    } cases[] = {{1, 1}, {255, 255}, {-1, 255}, {257, 1}, {0x7f02, 2}};
     for (const auto &c : cases) {
         questions.clear();
-        answers = {c.answer, 1};
+        answers = {c.answer, 3};
         EXPECT_EQ(lh_list_contains_ex(&head, "key", scripted), c.result) << c.answer;
-        EXPECT_EQ(questions.size(), 1u) << "any non-zero answer ends the search";
+        EXPECT_EQ(questions.size(), 1u) << "the first match ends the search";
+    }
+    for (const int no_match : {256, INT32_MIN}) { // what a bool leaves above its byte
+        questions.clear();
+        answers = {no_match, no_match};
+        EXPECT_EQ(lh_list_contains_ex(&head, "key", scripted), 0) << no_match;
+        questions.clear();
+        answers = {no_match, 3};
+        EXPECT_EQ(lh_list_contains_ex(&head, "key", scripted), 3) << no_match;
     }
 }
 

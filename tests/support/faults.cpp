@@ -217,6 +217,17 @@ long wrap_syscall(long number, long a, long b, long c, long d, long e, long f)
     return syscall(number, a, b, c, d, e, f);
 }
 
+// As the library calls it: with three words for the program.
+int wrap_execl(const char *path, const char *a, const char *b, const char *c)
+{
+    static hook &h = hook_named("execl");
+    if (const int error = fault_of(h); error != 0) {
+        errno = error;
+        return -1;
+    }
+    return execl(path, a, b, c, nullptr);
+}
+
 #define HOOK(name)                                                                                 \
     {                                                                                              \
 #name, reinterpret_cast < void *>(wrap_##name), false                                      \
@@ -290,6 +301,7 @@ std::vector<hook> hooks = {
     HOOK(mount),
     HOOK(umount2),
     HOOK(fork),
+    HOOK(execl),
     HOOK(getpid),
     HOOK(waitpid),
     HOOK(system),
