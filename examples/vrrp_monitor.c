@@ -1,0 +1,387 @@
+/*
+ * vrrp_monitor: follows VRRP groups and instances and prints a line for every change.
+ *
+ * A small but complete daemon, meant to be copied from. It shows
+ *   - the tracker (lh_vrrp.h) and the poll loop (lh_poll_ctx.h) working together;
+ *   - signals as a descriptor of the same loop, so that no code runs in a signal handler;
+ *   - starting over on a new descriptor while running (SIGHUP);
+ *   - the poll timeout and the per-pass callback as the remedy for what gives no event;
+ *   - leaving cleanly (SIGINT, SIGTERM).
+ *
+ * Build: cc -std=c11 vrrp_monitor.c -o vrrp_monitor -lVYThelpers
+ */
+#define _GNU_SOURCE 1
+
+#include <errno.h>
+#include <getopt.h>
+#include <signal.h>
+#include <stdarg.h>
+#include <stdbool.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/signalfd.h>
+#include <syslog.h>
+#include <time.h>
+#include <unistd.h>
+
+#include "lh_close.h"
+#include "lh_poll_ctx.h"
+#include "lh_vrrp.h"
+
+enum {
+    PASS_MS = 1000, /* the longest time between two passes of the loop */
+    GROUP_MAX = 32,
+    VRID_MAX = 255,
+    NETNS_LENGTH_MAX = 31, /* the tracker keeps no more of a namespace's name */
+    MEMBERS_SHOWN = 32
+};
+
+/* One thing named on the command line, and what was last printed of it. */
+struct followed {
+    const char *spelling; /* as the user spelled it: "1", ":10", "blue:30" */
+    uint32_t group;       /* the group, or 0 for an instance */
+    char netns[NETNS_LENGTH_MAX + 1];
+    uint32_t vrid;
+    int status;
+    char members[(MEMBERS_SHOWN + 1) * LH_VRRP_VIFNAME_SIZE]; /* of a group */
+};
+
+struct monitor {
+    lh_poll_ctx loop;
+    int vrrp_fd; /* the tracker's descriptor: it is the tracker that closes it */
+    struct followed *followed;
+    size_t count;
+};
+
+static const char usage_line[] = "usage: vrrp_monitor [-g GROUP]... [-i NETNS:VRID]...\n";
+
+static const char help[] =
+    "\n"
+    "Follows VRRP groups and instances and prints one line for every change.\n"
+    "\n"
+    "  -g GROUP       follow a group, 1 to 32; may be given again\n"
+    "  -i NETNS:VRID  follow one instance: its network namespace (nothing before the\n"
+    "                 colon for the default one) and its Virtual Router Id, 1 to 255;\n"
+    "                 may be given again\n"
+    "  -h, --help     show this text\n"
+    "\n"
+    "Each line has the time, what changed, its old status and its new one. For a group\n"
+    "the names of its members follow, when there are any; a change of the members alone\n"
+    "gives a line, too. The first lines tell the status at the start:\n"
+    "\n"
+    "  2031-05-01T12:00:00+0000 group 1 Invalid -> Backup members vrrp.20 vrrp.10\n"
+    "  2031-05-01T12:00:00+0000 instance blue:30 Invalid -> Unknown\n"
+    "\n"
+    "SIGHUP starts over on a new descriptor and prints \"watcher restarted\"; SIGINT and\n"
+    "SIGTERM end the program. Errors go to the system log and to standard error.\n";
+
+/* What the user sees ------------------------------------------------------------------------- */
+
+/* Prints the line and flushes it: whoever reads from a pipe sees each change at once. */
+__attribute__((format(printf, 1, 2))) static void print_line(const char *format, ...)
+{
+    char stamp[32] = "";
+    time_t now = time(NULL);
+    struct tm local;
+    if (localtime_r(&now, &local) != NULL)
+        strftime(stamp, sizeof(stamp), "%Y-%m-%dT%H:%M:%S%z", &local);
+    printf("%s ", stamp);
+
+    va_list args;
+    va_start(args, format);
+    vprintf(format, args);
+    va_end(args);
+    putchar('\n');
+    fflush(stdout);
+}
+
+/* Writes " members vrrp.20 vrrp.10", or nothing for a group without members. */
+static void describe_members(uint32_t group, char *text, size_t size)
+{
+    char names[MEMBERS_SHOWN][LH_VRRP_VIFNAME_SIZE];
+    int count = lh_vrrp_group_members_vifname_get(group, names, MEMBERS_SHOWN);
+    bool more = count > MEMBERS_SHOWN; /* one above what fits means that there are more */
+    size_t length = 0;
+
+    text[0] = '\0';
+    for (int i = 0; i < count && i < MEMBERS_SHOWN; i++)
+        length += (size_t)snprintf(text + length, size - length, "%s%s", i == 0 ? " members " : " ",
+                                   names[i]);
+    if (more)
+        snprintf(text + length, size - length, " ...");
+}
+
+/* Prints what differs from the last time. The library keeps the statuses; telling a change from no
+   change is the daemon's part. */
+static void print_changes(struct monitor *monitor)
+{
+    for (size_t i = 0; i < monitor->count; i++) {
+        struct followed *it = &monitor->followed[i];
+        char members[sizeof(it->members)] = "";
+        int status;
+
+        if (it->group != 0) {
+            status = lh_vrrp_group_status_get(it->group);
+            describe_members(it->group, members, sizeof(members));
+        } else {
+            status = lh_vrrp_instance_status_get(it->netns, it->vrid);
+        }
+        if (status == it->status && strcmp(members, it->members) == 0)
+            continue;
+
+        print_line("%s %s %s -> %s%s", it->group != 0 ? "group" : "instance", it->spelling,
+                   lh_vrrp_status_stringize(it->status), lh_vrrp_status_stringize(status), members);
+        it->status = status;
+        memcpy(it->members, members, sizeof(members));
+    }
+}
+
+/* The tracker -------------------------------------------------------------------------------- */
+
+static void update(struct monitor *monitor)
+{
+    /* The result is no news: an empty or half-written file fails a pass and leaves everything
+       "Unknown", which is what print_changes() then finds; the next event brings the next try. */
+    (void)lh_vrrp_info_update();
+    print_changes(monitor);
+}
+
+static int on_vrrp(int fd, void *arg)
+{
+    (void)fd;
+    update(arg);
+    return 0;
+}
+
+static int poll_tracker(struct monitor *monitor, int fd)
+{
+    monitor->vrrp_fd = fd;
+    return fd < 0 ? -1 : lh_poll_ctx_fd_add(&monitor->loop, "vrrp", fd, on_vrrp, monitor);
+}
+
+/* Restarting closes the old descriptor and opens a new one, often of the same number. So the old
+   one leaves the loop before, and the new one enters it afterwards. */
+static void restart(struct monitor *monitor)
+{
+    if (monitor->vrrp_fd >= 0)
+        lh_poll_ctx_fd_del(&monitor->loop, monitor->vrrp_fd);
+    if (poll_tracker(monitor, lh_vrrp_info_restart()) != 0) {
+        monitor->vrrp_fd = -1; /* after_each_pass() tries again */
+        return;
+    }
+    print_line("watcher restarted");
+    update(monitor); /* nothing is watched until this has armed the watch again */
+}
+
+/* The loop ----------------------------------------------------------------------------------- */
+
+static int on_signal(int fd, void *arg)
+{
+    struct monitor *monitor = arg;
+    struct signalfd_siginfo signal;
+
+    if (read(fd, &signal, sizeof(signal)) != (ssize_t)sizeof(signal))
+        return -1;
+    if (signal.ssi_signo == SIGHUP)
+        restart(monitor);
+    else
+        lh_poll_ctx_main_loop_break(&monitor->loop);
+    return 0;
+}
+
+/* The loop calls handlers for readable descriptors only. One that has hung up, with nothing left to
+   read, is never handed to its handler and makes every wait return at once: take it out. */
+static void drop_hung_up(struct monitor *monitor)
+{
+    lh_poll_ctx *loop = &monitor->loop;
+
+    for (uint64_t i = loop->pfd_num; i-- > 0;) { /* from the end: deleting moves the later ones */
+        int fd = loop->pfd[i].fd->fd;
+        short events = loop->pfd[i].fd->revents;
+        if ((events & POLLIN) != 0 || (events & (POLLERR | POLLHUP | POLLNVAL)) == 0)
+            continue;
+        syslog(LOG_WARNING, "descriptor %d (%s) has hung up", fd, loop->pfd[i].name);
+        if (fd == monitor->vrrp_fd) {
+            restart(monitor);
+        } else {
+            lh_poll_ctx_fd_del(loop, fd);
+            lh_close(&fd);
+        }
+    }
+}
+
+/* Runs after every pass, at least once in PASS_MS. Some things give no event: a directory that could
+   not be watched appears again, a deleted file that somebody still holds open. A pass that waited
+   in vain looks at them. */
+static int after_each_pass(lh_poll_ctx *loop, void *arg)
+{
+    struct monitor *monitor = arg;
+
+    if (loop->poll_rc > 0)
+        drop_hung_up(monitor);
+    if (monitor->vrrp_fd < 0)
+        restart(monitor);
+    else if (loop->poll_rc == 0)
+        update(monitor);
+    return 0; /* anything else would end the loop */
+}
+
+/* The signals arrive as data on a descriptor; blocked, they do nothing else. */
+static int open_signals(void)
+{
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGHUP);
+    sigaddset(&signals, SIGINT);
+    sigaddset(&signals, SIGTERM);
+    if (sigprocmask(SIG_BLOCK, &signals, NULL) != 0)
+        return -1;
+    return signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK);
+}
+
+static int follow(const struct followed *it)
+{
+    return it->group != 0 ? lh_vrrp_group_info_update_enable(it->group)
+                          : lh_vrrp_instance_info_update_enable(it->netns, it->vrid);
+}
+
+static int start(struct monitor *monitor)
+{
+    monitor->loop.timeout = PASS_MS;
+    int signal_fd = open_signals();
+    if (signal_fd < 0)
+        return -1;
+    if (lh_poll_ctx_fd_add(&monitor->loop, "signals", signal_fd, on_signal, monitor) != 0) {
+        lh_close(&signal_fd);
+        return -1;
+    }
+    if (lh_poll_ctx_on_each_event_cb_set(&monitor->loop, after_each_pass, monitor) != 0)
+        return -1;
+
+    /* First the tracker, then what it is to follow: starting it forgets instances. */
+    if (poll_tracker(monitor, lh_vrrp_info_init()) != 0)
+        return -1;
+    for (size_t i = 0; i < monitor->count; i++) {
+        if (follow(&monitor->followed[i]) != 0)
+            return -1;
+    }
+    update(monitor); /* the first reading; it arms the watch, too */
+    return 0;
+}
+
+/* The tracker closes its own descriptor, so that leaves the loop first; then the loop closes the
+   others. */
+static void leave(struct monitor *monitor)
+{
+    if (monitor->vrrp_fd >= 0 && lh_poll_ctx_fd_get(&monitor->loop, monitor->vrrp_fd) != NULL)
+        lh_poll_ctx_fd_del(&monitor->loop, monitor->vrrp_fd);
+    lh_vrrp_info_deinit();
+    lh_poll_ctx_close_all(&monitor->loop);
+    lh_poll_ctx_free(&monitor->loop);
+    free(monitor->followed);
+}
+
+/* The command line --------------------------------------------------------------------------- */
+
+/* Reads a decimal number from 1 to max and nothing else. */
+static bool parse_number(const char *text, unsigned long max, uint32_t *number)
+{
+    char *end;
+    if (text[0] < '0' || text[0] > '9') /* strtoul would take a sign and blanks, too */
+        return false;
+    errno = 0;
+    unsigned long value = strtoul(text, &end, 10);
+    if (errno != 0 || *end != '\0' || value < 1 || value > max)
+        return false;
+    *number = (uint32_t)value;
+    return true;
+}
+
+static bool parse_group(const char *text, struct followed *it)
+{
+    if (parse_number(text, GROUP_MAX, &it->group))
+        return true;
+    fprintf(stderr, "vrrp_monitor: -g %s: a group is a number from 1 to 32\n", text);
+    return false;
+}
+
+static bool parse_instance(const char *text, struct followed *it)
+{
+    const char *colon = strrchr(text, ':');
+    if (colon == NULL || !parse_number(colon + 1, VRID_MAX, &it->vrid)) {
+        fprintf(stderr, "vrrp_monitor: -i %s: an instance is NETNS:VRID, the VRID from 1 to 255\n",
+                text);
+        return false;
+    }
+    size_t length = (size_t)(colon - text);
+    if (length > NETNS_LENGTH_MAX) {
+        fprintf(stderr, "vrrp_monitor: -i %s: a namespace's name has at most %d characters\n", text,
+                NETNS_LENGTH_MAX);
+        return false;
+    }
+    memcpy(it->netns, text, length); /* the record was zeroed: the name is terminated */
+    return true;
+}
+
+static int usage(void)
+{
+    fputs(usage_line, stderr);
+    return 2;
+}
+
+/* Returns -1 to go on, else the exit status. */
+static int parse_arguments(struct monitor *monitor, int argc, char **argv)
+{
+    static const struct option options[] = {{"help", no_argument, NULL, 'h'}, {NULL, 0, NULL, 0}};
+    int option;
+
+    while ((option = getopt_long(argc, argv, "+g:i:h", options, NULL)) != -1) {
+        struct followed *it = &monitor->followed[monitor->count];
+        it->spelling = optarg;
+        it->status = LH_VRRP_STATUS_INVALID;
+        if (option == 'h') {
+            fputs(usage_line, stdout);
+            fputs(help, stdout);
+            return 0;
+        }
+        if (!(option == 'g' && parse_group(optarg, it)) &&
+            !(option == 'i' && parse_instance(optarg, it)))
+            return usage();
+        monitor->count++;
+    }
+    if (optind < argc) {
+        fprintf(stderr, "vrrp_monitor: %s is no option\n", argv[optind]);
+        return usage();
+    }
+    if (monitor->count == 0) {
+        fputs("vrrp_monitor: nothing to follow\n", stderr);
+        return usage();
+    }
+    return -1;
+}
+
+int main(int argc, char **argv)
+{
+    struct monitor monitor = {.vrrp_fd = -1};
+
+    /* The library writes to the system log but leaves its identity to the daemon. */
+    openlog("vrrp_monitor", LOG_PID | LOG_PERROR, LOG_DAEMON);
+    monitor.followed = calloc((size_t)argc, sizeof(*monitor.followed)); /* more than enough */
+    if (monitor.followed == NULL) {
+        perror("vrrp_monitor");
+        return 1;
+    }
+    int status = parse_arguments(&monitor, argc, argv);
+    if (status < 0) {
+        status = start(&monitor);
+        if (status == 0)
+            lh_poll_ctx_main_loop(&monitor.loop);
+        else
+            fprintf(stderr, "vrrp_monitor: cannot start: %s\n", strerror(errno));
+        /* The loop also ends when polling fails; only a signal is a good end. */
+        status = status == 0 && monitor.loop.stop != 0 ? 0 : 1;
+    }
+    leave(&monitor);
+    return status;
+}
