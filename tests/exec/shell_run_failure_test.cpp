@@ -195,7 +195,7 @@ TEST_F(ShellRunFailure, ATimerThatCannotBeMadeEndsTheRun)
 {
     const char *names[] = {"timer_max", "timer_progress", "timer_alive_sig",
                            "timer_check_complete"};
-    body nothing = [] { return 0; };
+    static body nothing = [] { return 0; };
     on_max(milliseconds(60000), &nothing);
     on_progress(milliseconds(60000), &nothing);
     on_alive(milliseconds(60000), &nothing);
