@@ -104,8 +104,9 @@ enum {
     LH_SHELL_CMD_RUN_CLOSE_STDERR = 1 << 2  /**< run it with standard error closed */
 };
 
-/** A callback of a run, called on the thread of the run. It may change the options record, whose
- *  fields are read again each time they are needed. */
+/** A callback of a run, called on the thread of the run. It may change the callbacks that are set in
+ *  the options record, their arguments and `kill_sig`: these are read each time they are needed. The
+ *  flags, the periods and which timers there are were settled when the run began. */
 typedef int (*lh_shell_cmd_run_cb)(void *arg);
 
 /**
@@ -129,7 +130,7 @@ typedef struct lh_shell_cmd_run_opts {
 
     lh_shell_cmd_run_cb timer_alive_sig_cb; /**< liveness tick; non-zero ends the run. Null: none */
     void *timer_alive_sig_cb_arg;
-    struct timespec timer_alive_sig_period; /**< **always set it**: zero makes the run fail */
+    struct timespec timer_alive_sig_period; /**< with the callback **always set it**: zero makes the run fail */
 
     lh_shell_cmd_run_cb timer_check_complete_cb; /**< called at every look whether the child has
                                                       ended; non-zero ends the run. Null: none */
@@ -174,8 +175,8 @@ typedef struct lh_shell_cmd_run_opts {
  *         `<lh_shell_cmd_run> '%s' failed` (command line): unsupervised only.
  *         A timer that cannot be read gives the line of lh_timer_fd_handle() and counts as a
  *         callback that returned -1.
- * @blocking for the whole run, which lasts at least one check period. A callback delays everything
- *         else by the time it takes.
+ * @blocking for the whole run. The end of the command is noticed by the next check, so a command
+ *         takes at least one check period. A callback delays everything else by the time it takes.
  * @threads any, each run with its own options record. Callbacks run on the calling thread.
  *
  * @note **Unsupervised.** With null `opts` the command runs without sudo, limits and callbacks. The
@@ -200,8 +201,9 @@ typedef struct lh_shell_cmd_run_opts {
  *       pid after a -1, and call `_exit` in the child.
  * @note **Descriptors are inherited.** The command has every descriptor of the daemon open that
  *       does not close on exec, timers of the runs of other threads and of outer runs included.
- * @note `*opts->pid` holds the child's pid before the first callback runs, and 0 after the return;
- *       it is left alone when the command line could not be built.
+ * @note `*opts->pid` holds the child's pid before the first callback runs, and 0 after the return in
+ *       the daemon; it is left alone when the command line could not be built, and in a child that
+ *       could not run `/bin/sh`.
  * @note `exit_code` keeps its value unless the child exited and the result is 0.
  * @note Deliberate: the liveness period has a default of 1000000000 nanoseconds, which no timer
  *       accepts. A run with `timer_alive_sig_cb` and a zero period fails with

@@ -54,7 +54,8 @@ struct timespec lh_timer_s_to_timespec(int64_t s);
  * Create a timer descriptor that fires every period from now on, on the monotonic clock.
  *
  * @param period both the time to the first expiry and the interval after it. A zero period gives a
- *               descriptor that never becomes readable. The nanoseconds must be 0 to 999999999.
+ *               descriptor that never becomes readable. The seconds must not be negative and the
+ *               nanoseconds 0 to 999999999.
  * @return the descriptor, blocking and without the close-on-exec flag; the caller closes it. -1 on
  *         failure.
  * @errno  of `timerfd_create` or `timerfd_settime`: EINVAL for a period out of range.
@@ -76,7 +77,8 @@ int lh_timer_fd_create(struct timespec period);
  * @param arg handed to `cb`; stays the caller's.
  * @return what `cb` returned; 0 without a `cb`; -1 when the expirations could not be read, and then
  *         `cb` was not called.
- * @errno  of `read` when that failed; else as `cb` left it.
+ * @errno  of `read` when that failed (EINTR when a signal handler interrupted the wait); kept when it
+ *         gave fewer bytes; else as `cb` left it.
  * @log    `IS_NE check failed: sizeof(exp) (8 != %lu) !!!` (the number of bytes read; a failed read
  *         shows as 18446744073709551615).
  * @blocking until the timer fires, when it has not yet.

@@ -37,6 +37,7 @@ typedef struct lh_unit {
  * Load the record, if this process has not done so yet.
  *
  * @return 0, always.
+ * @errno  of no meaning: the first call, which loads the record, may change it.
  * @log    for a file that is there but bad: `unit file have invalid data, start in unit mode
  *         STANDALONE with unit id %d` (fewer than four numbers, or not readable; with the line of
  *         lh_file_scanf() then, if any); `OUT_OF_RANGE check failed: %s is really out of range (%lu %lu %lu)
@@ -55,6 +56,7 @@ int lh_unit_init(void);
  *
  * @param unit where it goes; null is logged.
  * @return 0, or -1.
+ * @errno  of no meaning: the first call, which loads the record, may change it.
  * @log    `PTR_IS_NULL: unit`; the lines of lh_unit_init() at the first call.
  * @blocking as lh_unit_init().
  * @threads one.
@@ -73,6 +75,7 @@ int lh_unit_get(lh_unit_t *unit);
  *         `lh_str_add failed`; `lh_file_write failed`, each after the helper's own line.
  * @blocking on the file system.
  * @threads one.
+ * @note A disk that is full, or fails when the file is closed, is not noticed: 0 with an empty file.
  * @note The string of lh_unit_id_get_str_static() is not refreshed, deliberately: it stays what it
  *       was at the first load, and empty when this call came before any load.
  */
@@ -82,6 +85,7 @@ int lh_unit_set(const lh_unit_t *unit);
  * The unit's number.
  *
  * @return 1 to 4 (or what lh_unit_ids_set() was given).
+ * @errno  of no meaning: the first call, which loads the record, may change it.
  * @log    the lines of lh_unit_init() at the first call.
  * @blocking as lh_unit_init().
  * @threads one.
@@ -91,8 +95,10 @@ int lh_unit_id_get(void);
 /**
  * The unit's number as it was when the record was loaded, in decimal.
  *
- * @return a static string of one digit, not to be freed. **Stale** after lh_unit_set() and
- *         lh_unit_ids_set(), which do not refresh it.
+ * @return a static string of one digit, not to be freed; empty when lh_unit_set() came
+ *         before any load. **Stale** after lh_unit_set() and lh_unit_ids_set(), which do not
+ *         refresh it.
+ * @errno  of no meaning: the first call, which loads the record, may change it.
  * @log    the lines of lh_unit_init() at the first call.
  * @blocking as lh_unit_init().
  * @threads one.
@@ -105,6 +111,7 @@ const char *lh_unit_id_get_str_static(void);
  * @param unit_id              where the number goes; null is logged.
  * @param unit_id_after_reboot where the one after the next reboot goes; null is logged.
  * @return 0, or -1.
+ * @errno  of no meaning: the first call, which loads the record, may change it.
  * @log    `PTR_IS_NULL: unit_id`, `PTR_IS_NULL: unit_id_after_reboot`; the lines of lh_unit_init()
  *         at the first call.
  * @blocking as lh_unit_init().
@@ -124,6 +131,7 @@ int lh_unit_ids_get(int *unit_id, int *unit_id_after_reboot);
  *         lh_unit_init() at the first call.
  * @blocking on the file system.
  * @threads one.
+ * @note A disk that is full, or fails when the file is closed, is not noticed: 0 with an empty file.
  * @note Deliberate: the file's fifth number is the previous `id_after_reboot`, while the kept record
  *       takes the new one for `old_id_after_reboot`. The string of lh_unit_id_get_str_static() is
  *       not refreshed.
@@ -135,6 +143,7 @@ int lh_unit_ids_set(int unit_id, int unit_id_after_reboot);
  *
  * @param unit_id_after_reboot where it goes; null is logged.
  * @return 0, or -1.
+ * @errno  of no meaning: the first call, which loads the record, may change it.
  * @log    `PTR_IS_NULL: unit_id_after_reboot`; the lines of lh_unit_init() at the first call.
  * @blocking as lh_unit_init().
  * @threads one.
@@ -146,6 +155,7 @@ int lh_unit_id_after_reboot_get(int *unit_id_after_reboot);
  *
  * @param unit the record, changed in place; null is logged.
  * @return 0, or -1.
+ * @errno  kept.
  * @log    `PTR_IS_NULL: unit`.
  * @threads any.
  */

@@ -39,6 +39,7 @@ enum syslog_ipsec_subsystem {
  *
  * @param subsystem one of enum syslog_ipsec_subsystem.
  * @return the name, a constant; null for any other number, and for 0.
+ * @errno  kept.
  * @threads any.
  */
 const char *syslog_ipsec_stringize_subsystem(int subsystem);
@@ -48,6 +49,7 @@ const char *syslog_ipsec_stringize_subsystem(int subsystem);
  *
  * @param subsystem the name, whole and in lower case; null is logged.
  * @return one of enum syslog_ipsec_subsystem; 0 when there is none of that name.
+ * @errno  kept.
  * @log    `PTR_IS_NULL: subsystem`.
  * @threads any.
  */

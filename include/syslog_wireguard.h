@@ -30,6 +30,7 @@ typedef struct syslog_wireguard_flags {
  *
  * @param mnemonic one of enum syslog_wireguard_mnemonic.
  * @return "dbg" or "err", a constant; null for any other number.
+ * @errno  kept.
  * @threads any.
  */
 const char *syslog_wireguard_stringize_mnemonic(int mnemonic);
@@ -39,6 +40,7 @@ const char *syslog_wireguard_stringize_mnemonic(int mnemonic);
  *
  * @param mnemonic the name, whole and in lower case; null is logged.
  * @return one of enum syslog_wireguard_mnemonic; 0 for any other name.
+ * @errno  kept.
  * @log    `PTR_IS_NULL: mnemonic`.
  * @threads any.
  */
@@ -71,9 +73,12 @@ int syslog_wireguard_write_flags_to_savefile(const syslog_wireguard_flags_t *fla
  * @errno  of the failing call.
  * @log    `<%s> lh_dir_create failed` after the line of lh_dir_create();
  *         `<%s> can't open file %s: %s`; `<%s> can't create file %s: %s`; the first %s is this
- *         function's name, the last one strerror.
+ *         function's name, the last one strerror; the lines of
+ *         syslog_wireguard_write_flags_to_savefile().
  * @blocking on the file system.
  * @threads any.
+ * @note Whether the defaults could be written into the file is not looked at: 0 may come back with an
+ *       empty file.
  * @note The directory "/mnt/config/etc/config/vyt/debug" is made with its parents and mode 0777 less
  *       the umask when it is missing; the mode of an existing one is left alone, deliberately unlike
  *       syslog_ipsec_set_default_ipsec_log_config().

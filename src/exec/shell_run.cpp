@@ -64,8 +64,10 @@ const timespec &period_or(const timespec &period, const timespec &default_period
 
 // The timers of a run, in the order in which they are created and looked at.
 enum timer { timer_max, timer_progress, timer_alive_sig, timer_check_complete, timer_count };
-constexpr const char *timer_names[timer_count] = {"timer_max", "timer_progress", "timer_alive_sig",
-                                                  "timer_check_complete"};
+#define NO_TIMER(name) LH_CHECK_PREFIX_ "<%s> lh_timer_fd_create " name " failed"
+constexpr const char *no_timer_formats[timer_count] = {
+    NO_TIMER("timer_max"), NO_TIMER("timer_progress"), NO_TIMER("timer_alive_sig"),
+    NO_TIMER("timer_check_complete")};
 
 class timer_set {
   public:
@@ -75,7 +77,7 @@ class timer_set {
     {
         owned_[which] = unique_fd(lh_timer_fd_create(period));
         if (!owned_[which].is_open()) {
-            RUN_ERROR("lh_timer_fd_create %s failed", timer_names[which]);
+            log_error(no_timer_formats[which], runner, __LINE__, runner);
             return false;
         }
         polled_[which] = {.fd = owned_[which].get(), .events = POLLIN, .revents = 0};
@@ -204,8 +206,12 @@ int supervise(lh_shell_cmd_run_opts *opts, pid_t child)
 {
     if (opts->pid != nullptr)
         *opts->pid = child;
-    timer_set timers;
-    const int result = create_timers(timers, opts) ? watch(timers, opts, child) : -1;
+    int result = -1;
+    {
+        timer_set timers; // closed again before the pid is taken back
+        if (create_timers(timers, opts))
+            result = watch(timers, opts, child);
+    }
     if (opts->pid != nullptr)
         *opts->pid = 0;
     return result;
