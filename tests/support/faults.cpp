@@ -87,6 +87,7 @@ WRAP(void *, malloc, nullptr, (size_t n), (n))
 WRAP(void *, calloc, nullptr, (size_t n, size_t m), (n, m))
 WRAP(void *, realloc, nullptr, (void *p, size_t n), (p, n))
 WRAP(char *, strdup, nullptr, (const char *s), (s))
+WRAP(void, free, , (void *p), (p))
 WRAP(int, vasprintf, -1, (char **s, const char *f, va_list a), (s, f, a))
 WRAP(int, vsnprintf, -1, (char *s, size_t n, const char *f, va_list a), (s, n, f, a))
 WRAP(ssize_t, getline, -1, (char **l, size_t *n, FILE *f), (l, n, f))
@@ -249,6 +250,7 @@ std::vector<hook> hooks = {
     ALLOCATING(fopen),
     ALLOCATING(opendir),
     ALLOCATING(scandir),
+    HOOK(free),
     HOOK(popen),
     HOOK(vsnprintf),
     HOOK(fclose),

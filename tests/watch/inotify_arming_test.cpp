@@ -160,6 +160,22 @@ TEST_F(Arming, ARefusedWatchWithoutAModeSaysSo)
                  "INOTIFY_DBG <inotify_state_loop> state WATCH_DIRECTORY to LOST_DIRECTORY (f)");
 }
 
+TEST_F(Arming, AModeOfZeroCountsAsNone)
+{
+    follow("f");
+    set_debug_flags(inotify_dbg);
+    faults.fail_always("inotify_add_watch", EACCES);
+    faults.replace("stat", reinterpret_cast<void *>(+[](const char *path, struct stat *st) {
+                       const int result = stat(path, st);
+                       st->st_mode = 0;
+                       return result;
+                   }));
+    process();
+    EXPECT_LINES("INOTIFY_DBG <create_watch_fd> lh_file_get_mode failed Success",
+                 "INOTIFY_DBG <inotify_state_loop:#> create_watch_fd failed: Permission denied",
+                 "INOTIFY_DBG <inotify_state_loop> state WATCH_DIRECTORY to LOST_DIRECTORY (f)");
+}
+
 TEST_F(Arming, AnotherRefusalTellsNoMode)
 {
     follow("f");
@@ -247,6 +263,7 @@ TEST_F(Arming, OtherFlagsAreIgnored)
 TEST_F(Arming, AnExistingDirectoryIsLeftAsItIs)
 {
     follow("f", LH_INOTIFY_CREATE_DIR);
+    faults.fail_always("strdup", ENOMEM); // which creating would need
     process();
     EXPECT_EQ(faults.calls("mkdir"), 0u);
     struct stat st;

@@ -238,6 +238,24 @@ TEST_F(Inotify, TheCallersTextsAreCopied)
     EXPECT_EQ(calls_in_pass("f"), 1);
 }
 
+TEST_F(Inotify, ReleasingWhatWasHalfMadeKeepsErrno)
+{
+    // Not every C library's free leaves it alone.
+    faults.replace("free", reinterpret_cast<void *>(+[](void *block) {
+                       free(block);
+                       errno = EDOM;
+                   }));
+    for (unsigned nth = 2; nth <= 3; nth++) {
+        faults.fail_allocation(nth);
+        EXPECT_EQ(lh_inotify_include_file(watcher, "/", "f", 0, nullptr, nullptr), -1);
+        EXPECT_EQ(errno, ENOMEM);
+    }
+    faults.fail("inotify_init1", EMFILE);
+    EXPECT_EQ(lh_inotify_create(), nullptr);
+    EXPECT_EQ(errno, EMFILE);
+    EXPECT_LINES("create_file: PTR_IS_NULL: file->parent_dir");
+}
+
 TEST_F(Inotify, EachFailingAllocationOfIncludeIsReported)
 {
     const std::vector<std::string> lines = {
