@@ -58,6 +58,7 @@ lh_bf_t *lh_bf_alloc(const void *init, size_t size);
  * Release a bit field.
  *
  * @param bf the bit field.
+ * @errno  kept.
  * @log    the lines about a record that is not valid.
  * @threads any, one at a time for a record.
  * @note Deliberate: a record that is not valid is logged and **not released**.
@@ -69,6 +70,7 @@ void lh_bf_free(lh_bf_t *bf);
  *
  * @param bf the bit field.
  * @return `size * 8`; 0 for a record that is not valid.
+ * @errno  kept.
  * @log    the lines about a record that is not valid.
  * @threads any, one at a time for a record.
  */
@@ -80,6 +82,7 @@ size_t lh_bf_n_bits_get(const lh_bf_t *bf);
  * @param bf      the bit field.
  * @param bit_num the bit.
  * @return true when the field has no such bit, and for a record that is not valid.
+ * @errno  kept.
  * @log    the lines about a record that is not valid;
  *         `IS_MT check failed: bit_num (%lu > %lu) !!!` (the bit, the highest bit) when it is beyond
  *         the field.
@@ -93,6 +96,7 @@ bool lh_bf_bit_out_of_range(const lh_bf_t *bf, size_t bit_num);
  * @param bf      the bit field.
  * @param bit_num the bit.
  * @return 0, or -1.
+ * @errno  kept.
  * @log    the lines about a record that is not valid; the line of lh_bf_bit_out_of_range(), under
  *         that name.
  * @threads any, one at a time for a record.
@@ -105,6 +109,7 @@ int lh_bf_bit_set(lh_bf_t *bf, size_t bit_num);
  * @param bf      the bit field.
  * @param bit_num the bit.
  * @return 0, or -1.
+ * @errno  kept.
  * @log    the lines about a record that is not valid; the line of lh_bf_bit_out_of_range(), under
  *         that name.
  * @threads any, one at a time for a record.
@@ -118,6 +123,7 @@ int lh_bf_bit_clear(lh_bf_t *bf, size_t bit_num);
  * @param bit_num the bit.
  * @param value   where its value goes; left as it was on failure; null is logged.
  * @return 0, or -1.
+ * @errno  kept.
  * @log    the lines about a record that is not valid; `PTR_IS_NULL: value`; the line of
  *         lh_bf_bit_out_of_range(), under that name.
  * @threads any, one at a time for a record.
@@ -129,6 +135,7 @@ int lh_bf_bit_get(const lh_bf_t *bf, size_t bit_num, bool *value);
  *
  * @param bf the bit field.
  * @return `size * 8 + 1` bytes; 0 for a record that is not valid.
+ * @errno  kept.
  * @log    the lines about a record that is not valid.
  * @threads any, one at a time for a record.
  */
@@ -150,6 +157,7 @@ char *lh_bf_strdup(const lh_bf_t *bf);
  *
  * @param bf the bit field.
  * @return `size * 2 + 1` bytes; 0 for a record that is not valid.
+ * @errno  kept.
  * @log    the lines about a record that is not valid.
  * @threads any, one at a time for a record.
  */
@@ -162,6 +170,7 @@ size_t lh_bf_hex_str_size_get(const lh_bf_t *bf);
  * @param hex_str      where the string goes; null is logged.
  * @param hex_str_size its size in bytes, at least lh_bf_hex_str_size_get().
  * @return 0, or -1 with nothing written.
+ * @errno  kept.
  * @log    the lines about a record that is not valid; `PTR_IS_NULL: hex_str`;
  *         `IS_LT check failed: hex_str_size (%lu < %lu) !!!` (the size, the needed size).
  * @threads any, one at a time for a record.
@@ -175,6 +184,7 @@ int lh_bf_stringize_hex(const lh_bf_t *bf, char *hex_str, size_t hex_str_size);
  *
  * @param hex_str_len the number of digits.
  * @return half of it, rounded down.
+ * @errno  kept.
  * @threads any.
  */
 size_t lh_bf_size_for_hex_str_get(size_t hex_str_len);
@@ -188,6 +198,7 @@ size_t lh_bf_size_for_hex_str_get(size_t hex_str_len);
  * @param hex_str_len how many: even, not 0, and at most two for each byte of the field.
  * @return 0, or -1. Nothing is changed then, unless a pair could not be read: the bytes before it
  *         keep what was read.
+ * @errno  kept.
  * @log    the lines about a record that is not valid; `PTR_IS_NULL: hex_str`;
  *         `IS_EQ check failed: hex_str_len (0 == 0) !!!`;
  *         `IS_NE check failed: 0 (0 != 1) !!!` for an odd number of digits;
@@ -205,6 +216,7 @@ int lh_bf_hex_str_parse(lh_bf_t *bf, const char *hex_str, size_t hex_str_len);
  *
  * @param bf the bit field.
  * @return true when a bit is set; false when none is, and for a record that is not valid.
+ * @errno  kept.
  * @log    the lines about a record that is not valid.
  * @threads any, one at a time for a record.
  */
@@ -215,6 +227,7 @@ bool lh_bf_is_dirty(const lh_bf_t *bf);
  *
  * @param bf the bit field.
  * @return how many; -1 for a record that is not valid.
+ * @errno  kept.
  * @log    the lines about a record that is not valid.
  * @threads any, one at a time for a record.
  */
@@ -226,6 +239,7 @@ int lh_bf_popcount(const lh_bf_t *bf);
  * @param dst the bit field to change.
  * @param src the other one; may be the same record.
  * @return 0, or -1 with nothing changed.
+ * @errno  kept.
  * @log    the lines about a record that is not valid, first for `dst`, then for `src`, which they
  *         name in the place of `bf`: `PTR_IS_NULL: dst`, `PTR_IS_NULL: (src)->base` ...
  * @threads any, one at a time for a record.
@@ -239,6 +253,7 @@ int lh_bf_and(lh_bf_t *dst, const lh_bf_t *src);
  *
  * @param bf the bit field.
  * @return 0, or -1.
+ * @errno  kept.
  * @log    the lines about a record that is not valid.
  * @threads any, one at a time for a record.
  */
@@ -250,6 +265,7 @@ int lh_bf_not(lh_bf_t *bf);
  * @param first the first number, also when it is -1.
  * @param ...   further `int` arguments; the first -1 among them **ends the list** and must be there.
  * @return the largest one.
+ * @errno  kept.
  * @threads any.
  */
 int _lh_max_int_get(int first, ...);

@@ -66,6 +66,7 @@ lh_inotify *lh_inotify_create(void);
  *
  * @param ptr where the pointer to the watcher stands; it is set to null. A null pointer in it does
  *            nothing; a null `ptr` is logged.
+ * @errno  of no meaning.
  * @log    `PTR_IS_NULL: ptr`.
  * @threads the watcher's.
  * @note Take the descriptor out of the poll loop first.
@@ -78,6 +79,7 @@ void lh_inotify_free(lh_inotify **ptr);
  * @param ptr the watcher; null is logged.
  * @return the descriptor, which stays the watcher's; -1 for a null watcher and after a failed
  *         restart.
+ * @errno  kept.
  * @log    `PTR_IS_NULL: ptr`.
  * @threads the watcher's.
  */
@@ -131,6 +133,7 @@ int lh_inotify_include_file(lh_inotify *ptr, const char *parent_dir, const char 
  * @param parent_dir the directory, spelled as it was included; null is logged.
  * @param file_name  the name; null is logged.
  * @return 0, also when the file was not followed; -1 for a null argument.
+ * @errno  of no meaning.
  * @log    `PTR_IS_NULL: ptr`, `parent_dir` or `file_name`.
  * @threads the watcher's; not from a callback.
  * @note A directory watch that another followed file uses stays armed for it.

@@ -90,6 +90,7 @@ int lh_list_add_tail(lh_list *head, const void *data, size_t size);
  * @param cmp  asked for each node until it answers non-zero; null is logged. It must not change the
  *             list.
  * @return the first non-zero answer's low byte, 1 to 255; 0 when no node matches.
+ * @errno  as `cmp` left it.
  * @log    `PTR_IS_NULL: key`; `PTR_IS_NULL: cmp`.
  * @threads guard a shared list, for reading at least.
  * @note An answer whose low byte is 0 (256, say) is no match.
@@ -102,6 +103,7 @@ int lh_list_contains_ex(const lh_list *head, const void *key, lh_list_cmp cmp);
  * @param head the list; not checked for null.
  * @param key  the bytes to look for; null is logged.
  * @return 1 when some node's data equals the first `size` bytes of the key, else 0.
+ * @errno  kept.
  * @log    `PTR_IS_NULL: key`.
  * @threads guard a shared list, for reading at least.
  * @note The number of bytes compared is each *node's* size: the key must be as long as the longest
@@ -115,6 +117,7 @@ int lh_list_contains(const lh_list *head, const void *key);
  * @param head the list; not checked for null.
  * @return the element's data, the caller's now (release it with `free`); null when the list is
  *         empty. An element of size 0 gives a pointer to no bytes, to be released too.
+ * @errno  kept.
  * @log    none.
  * @threads one at a time per list; guard a shared list.
  * @note The element's size is not handed out: read it from the node before, where it matters.
@@ -126,6 +129,7 @@ void *lh_list_pop_front(lh_list *head);
  *
  * @param head the list; not checked for null.
  * @return as lh_list_pop_front().
+ * @errno  kept.
  * @log    none.
  * @threads one at a time per list; guard a shared list.
  */
@@ -136,6 +140,7 @@ void *lh_list_pop_back(lh_list *head);
  *
  * @param head the list; not checked for null.
  * @return 1 when it is, else 0.
+ * @errno  kept.
  * @log    none.
  * @threads guard a shared list, for reading at least.
  */
@@ -145,6 +150,7 @@ int lh_list_empty(const lh_list *head);
  * Release every node with its data and leave the list empty.
  *
  * @param head the list; not checked for null. The head itself stays the caller's.
+ * @errno  kept.
  * @log    none.
  * @threads one at a time per list; guard a shared list.
  */

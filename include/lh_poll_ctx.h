@@ -93,6 +93,7 @@ int lh_poll_ctx_fd_add(lh_poll_ctx *ctx, const char *name, int fd, lh_poll_ctx_f
  * @param fd  the descriptor; negative is logged.
  * @return the entry, owned by the context and valid until the next registration or deletion; null
  *         when the descriptor is not registered.
+ * @errno  kept.
  * @log    `PTR_IS_NULL: ctx`; `IS_LT check failed: fd (%ld < %ld) !!!`.
  * @threads the event thread.
  */
@@ -120,6 +121,7 @@ int lh_poll_ctx_fd_del(lh_poll_ctx *ctx, int fd);
  * Close every registered descriptor that is not negative. The entries stay, with descriptor -1.
  *
  * @param ctx the context; null is logged.
+ * @errno  of the last `close` that failed.
  * @log    `PTR_IS_NULL: ctx`; for each descriptor that could not be closed the line of lh_close()
  *         and `lh_close(&ctx->pfd[i].fd->fd) failed`; its entry keeps the descriptor.
  * @threads the event thread.
@@ -130,6 +132,7 @@ void lh_poll_ctx_close_all(lh_poll_ctx *ctx);
  * Release both arrays of a context and null the pointers to them.
  *
  * @param ctx the context (stays the caller's); null is logged.
+ * @errno  kept.
  * @log    `PTR_IS_NULL: ctx`.
  * @threads the event thread.
  * @note Deliberate: `pfd_num` keeps its value. Whoever uses the context again sets it to 0 first;
@@ -145,6 +148,7 @@ void lh_poll_ctx_free(lh_poll_ctx *ctx);
  * @param on_each_event_cb the callback; null is logged. A non-zero result of it ends the loop.
  * @param arg              handed to it; stays the caller's.
  * @return 0, or -1; a callback that was set before stays.
+ * @errno  kept.
  * @log    `PTR_IS_NULL: ctx`; `PTR_IS_NULL: on_each_event_cb`; `update callback already exists`.
  * @threads the event thread.
  * @note There is no call to replace or clear it.
@@ -161,6 +165,7 @@ int lh_poll_ctx_on_each_event_cb_set(lh_poll_ctx *ctx,
  * non-zero. A signal that interrupts the wait only ends the pass.
  *
  * @param ctx the context; null is logged.
+ * @errno  of `poll` when that failed; else of no meaning.
  * @log    `PTR_IS_NULL: ctx`; `poll failed: %d` (errno; function `lh_poll`) and
  *         `lh_poll(ctx) failed`; `ctx->on_each_event_cb(ctx, ctx->on_each_event_cb_arg) failed`
  *         (function `lh_poll_ctx_handle`) and `lh_poll_ctx_handle(ctx) failed`.
@@ -176,6 +181,7 @@ void lh_poll_ctx_main_loop(lh_poll_ctx *ctx);
  * Make the loop return after the current pass.
  *
  * @param ctx the context; its `stop` becomes 1. Null is logged.
+ * @errno  kept.
  * @log    `PTR_IS_NULL: ctx`.
  * @threads the event thread: a handler or the per-pass callback.
  */

@@ -29,6 +29,7 @@ int lh_process_self_pid_get(void);
  *
  * @return a static string of at most 255 characters, never null and never to be freed; empty while
  *         the name could not be found. Once found it stays; until then every call tries again.
+ * @errno  of no meaning while the name is being looked for; kept later.
  * @log    `<%s:%d> lh_process_name_get_by_pid failed` (function, line) when there is no name;
  *         `<%s:%d> invalid len: %d > %zu` (name length plus one, 256) when the name is cut.
  *         The first comes after the line of lh_process_name_get_by_pid() that tells why. They have
@@ -46,6 +47,7 @@ const char *lh_process_self_name_get(void);
  * @param pid the process.
  * @return a static buffer, overwritten by the next call and not to be freed, or a constant empty
  *         string when the process's command line cannot be read.
+ * @errno  of the failing call.
  * @log    at LOG_DEBUG `<%s:%d> cannot open proc file for pid=%lu`;
  *         at LOG_ERR `<%s:%d> read '%s' failed` (the path in `/proc`). Both with the short prefix.
  * @threads one at a time: the buffer is shared by all callers, copy the name to keep it.
@@ -61,6 +63,7 @@ const char *lh_process_name_get_by_pid(int pid);
  * @param tid the thread.
  * @return a static buffer, cleared by the next call and not to be freed; empty when the name could
  *         not be read. Never null.
+ * @errno  of the failing call.
  * @log    `<%s:%d> read '%s' failed` (the path) when reading fails; nothing when there is no such
  *         thread.
  * @threads one at a time: the buffer is shared by all callers.
@@ -91,6 +94,7 @@ int lh_process_create_pid_file(const char *path);
  *
  * @param path the pid file; **not checked for null**.
  * @return the pid, or -1. A file that holds `-1` reads the same as a failure.
+ * @errno  of the failing call.
  * @log    `failed to open pidfile '%s'` (path); `failed to read pid from pidfile` when the file
  *         does not start with a number.
  * @blocking on the file system.
@@ -104,6 +108,7 @@ int lh_read_pid_file(const char *path);
  * @param name the program's name, at most 57 characters; **put into a shell command as it is**, so
  *             never a text that an outsider chose; null is logged.
  * @return the pid (the first one printed when several processes match), or -1.
+ * @errno  of the failing call; of no meaning when no process has that name.
  * @log    `PTR_IS_NULL: name`; `snprintf failed` when the name is too long; `cannot get pid` when
  *         the command cannot be started; `cannot parse pid` when no process has that name.
  * @blocking until `pidof` has printed its answer.

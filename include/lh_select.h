@@ -36,6 +36,7 @@ char *lh_select_fdset_strdup(const fd_set *fdset, int nfds);
  * @param fdset the set; null is logged.
  * @param nfds  how many descriptors to look at.
  * @return the number; 0 when `fdset` is null.
+ * @errno  kept.
  * @log    `PTR_IS_NULL: fdset`.
  * @threads any, while nobody changes the set.
  */

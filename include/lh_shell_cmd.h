@@ -130,7 +130,8 @@ typedef struct lh_shell_cmd_run_opts {
 
     lh_shell_cmd_run_cb timer_alive_sig_cb; /**< liveness tick; non-zero ends the run. Null: none */
     void *timer_alive_sig_cb_arg;
-    struct timespec timer_alive_sig_period; /**< with the callback **always set it**: zero makes the run fail */
+    struct timespec
+        timer_alive_sig_period; /**< with the callback **always set it**: zero makes the run fail */
 
     lh_shell_cmd_run_cb timer_check_complete_cb; /**< called at every look whether the child has
                                                       ended; non-zero ends the run. Null: none */

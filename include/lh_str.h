@@ -25,6 +25,7 @@ extern "C" {
  *            there.
  * @param ch  the byte to count.
  * @return how many of the `len` bytes equal `ch`.
+ * @errno  kept.
  * @threads any.
  */
 size_t lh_str_chr_cnt_get(const char *str, size_t len, char ch);
@@ -40,6 +41,7 @@ size_t lh_str_chr_cnt_get(const char *str, size_t len, char ch);
  *                line prints it up to its NUL, also behind `src_len`.
  * @param src_len how many bytes of `src` to insert at most; its first NUL ends it earlier.
  * @return 0, or -1; on failure the buffer is as it was.
+ * @errno  kept.
  * @log    `PTR_IS_NULL: dst`, `PTR_IS_NULL: pos` or `PTR_IS_NULL: src`;
  *         `invalid pos: %td < %d` (offset, 0) for a place before the buffer;
  *         `invalid pos: %td > %zu` (offset, `size` - 1) for one behind it;
@@ -60,6 +62,7 @@ int lh_str_insert_str(char *dst, size_t size, char *pos, const char *src, size_t
  * @param pos  where in `dst`, as for lh_str_insert_str(); null is logged.
  * @param ch   the character.
  * @return 0, or -1; on failure the buffer is as it was.
+ * @errno  kept.
  * @log    `invalid char: 0x%X` (the character) when it is not printable, before anything else is
  *         looked at; otherwise the lines of lh_str_insert_str(), under that name.
  * @threads any, one at a time for a buffer.
@@ -96,6 +99,7 @@ int lh_str_insert_str_before_each_of_chrs(const char *str, const char *ins, cons
  * @param from the character to replace. NUL changes nothing.
  * @param to   what stands there afterwards. The same character changes nothing; NUL cuts the string
  *             at the first `from`.
+ * @errno  kept.
  * @log    `PTR_IS_NULL: str`.
  * @threads any, one at a time for a string.
  */
@@ -106,6 +110,7 @@ void lh_str_replace_symbol(char *str, char from, char to);
  *
  * @param str  the string; null is logged.
  * @param size how many bytes to convert at most; the first NUL ends it earlier.
+ * @errno  kept.
  * @log    `PTR_IS_NULL: str`; `IS_EQ check failed: 0 (0 == 0) !!!` when `size` is 0.
  * @threads any, one at a time for a string.
  */
@@ -116,6 +121,7 @@ void lh_str_toupper(char *str, size_t size);
  *
  * @param str  the string; null is logged.
  * @param size how many bytes to convert at most; the first NUL ends it earlier.
+ * @errno  kept.
  * @log    `PTR_IS_NULL: str`; `IS_EQ check failed: 0 (0 == 0) !!!` when `size` is 0.
  * @threads any, one at a time for a string.
  */
@@ -183,6 +189,7 @@ int _lh_snprintf(char *buf, size_t size, const char *fmt, ...)
  * @param n   how many bytes to decode.
  * @return 0, or -1 when a character is no digit (the end of the string is none either). Nothing is
  *         logged. The bytes decoded until then stay written.
+ * @errno  kept.
  * @threads any.
  */
 int hex2bin(unsigned char *dst, const char *hex, size_t n);

@@ -23,6 +23,7 @@ extern "C" {
  * @param buf     where the text goes; null is logged.
  * @param size    its size in bytes; 15 hold every uptime. 0 writes nothing.
  * @return 0, also when the text was cut to fit; -1 for a null `buf` or a negative `size`.
+ * @errno  as the C library leaves it; kept for a null argument.
  * @log    `PTR_IS_NULL: buf`; nothing for a negative `size`.
  * @threads any.
  */
@@ -35,6 +36,7 @@ int lh_str_form_uptime(unsigned int seconds, char *buf, int size);
  * @param size     its size in bytes; 20 hold every year of four digits.
  * @param timeinfo the time; null is logged.
  * @return 0, or -1 for a null argument.
+ * @errno  as the C library leaves it; kept for a null argument.
  * @log    `PTR_IS_NULL: str` or `PTR_IS_NULL: timeinfo`.
  * @threads any.
  * @note Deliberate: a buffer that is too small gives 0 too, and what it then holds is undefined.
@@ -48,6 +50,7 @@ int lh_strtime(char *str, size_t size, const struct tm *timeinfo);
  * @param timeinfo where the time goes; null is logged. The day of the week and of the year are
  *                 worked out; `tm_isdst` keeps its value.
  * @return 0, or -1 for a null argument.
+ * @errno  as the C library leaves it; kept for a null argument.
  * @log    `PTR_IS_NULL: str` or `PTR_IS_NULL: timeinfo`.
  * @threads any.
  * @note Deliberate: a text that is no time gives 0 too, and the fields before the first mismatch have

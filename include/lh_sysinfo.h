@@ -16,6 +16,7 @@ extern "C" {
  *
  * @return what `get_nprocs` answered, kept from the first answer of at least 1 on; until then every
  *         call asks again and returns the answer as it is.
+ * @errno  as `get_nprocs` leaves it; kept once the number is known.
  * @log    none.
  * @blocking the first call may read from `/sys`.
  * @threads any; no lock, racing first calls store the same value.
@@ -28,6 +29,7 @@ int lh_sysinfo_get_nprocs(void);
  *
  * @param cpu its number; any value, whether there is such a CPU or not.
  * @return 1 when `cpu` is 1 to 7, else 0.
+ * @errno  kept.
  * @log    none.
  * @threads any.
  */
@@ -37,6 +39,7 @@ int lh_sysinfo_cpu_role_is_scpu(int cpu);
  * The number of service CPUs among the online processors.
  *
  * @return lh_sysinfo_get_nprocs() - 1, at most 7 and at least 0.
+ * @errno  as lh_sysinfo_get_nprocs().
  * @log    none.
  * @blocking as lh_sysinfo_get_nprocs().
  * @threads any.
@@ -47,6 +50,7 @@ int lh_sysinfo_get_scpu_count(void);
  * The number of management CPUs.
  *
  * @return 1.
+ * @errno  kept.
  * @log    none.
  * @threads any.
  */

@@ -89,6 +89,7 @@ int lh_vrrp_info_restart(void);
  * Stop the tracker and forget everything that was followed. A tracker that is not started only
  * forgets.
  *
+ * @errno  of no meaning.
  * @threads the poll loop's.
  * @note Take the descriptor out of the poll loop first.
  */

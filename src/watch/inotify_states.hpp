@@ -49,43 +49,47 @@ struct turn_outcome {
 
 struct turn_rule {
     watch_state state;
-    uint8_t from;       // any of these
-    uint8_t on;         // any of these events pending; 0: whatever is
-    uint8_t clear;      // before the action
-    turn_action action;
-    turn_outcome done;
+    uint8_t from;      // any of these
+    uint8_t on = 0;    // any of these events pending; 0: whatever is
+    uint8_t clear = 0; // before the action
+    turn_action action = turn_action::none;
+    turn_outcome done = {};
     turn_outcome absent = {};
     turn_outcome failed = {};
 };
 
 // First match wins.
+// clang-format off
 inline constexpr turn_rule turn_rules[] = {
-    {WATCH_DIRECTORY, from_file | from_directory | from_lost, EV_LOST, 0, turn_action::arm_and_look,
-     {.clear = EV_LOST, .set = EV_APPEARED, .next = turn_next::to_file},
-     {.clear = EV_LOST},
-     {.next = turn_next::to_lost}},
-    {WATCH_DIRECTORY, from_file | from_directory | from_lost, EV_APPEARED | EV_MODIFIED, 0,
-     turn_action::none,
-     {.set = EV_APPEARED, .next = turn_next::to_file}},
+    {.state = WATCH_DIRECTORY, .from = from_file | from_directory | from_lost, .on = EV_LOST,
+     .action = turn_action::arm_and_look,
+     .done   = {.clear = EV_LOST, .set = EV_APPEARED, .next = turn_next::to_file},
+     .absent = {.clear = EV_LOST, .next = turn_next::end},
+     .failed = {.next = turn_next::to_lost}},
+    {.state = WATCH_DIRECTORY, .from = from_file | from_directory | from_lost, .on = EV_APPEARED | EV_MODIFIED,
+     .done   = {.set = EV_APPEARED, .next = turn_next::to_file}},
 
-    {LOST_DIRECTORY, from_file | from_directory, 0, 0, turn_action::none, {}},
-    {LOST_DIRECTORY, from_lost, EV_LOST, 0, turn_action::none, {.next = turn_next::to_directory}},
+    {.state = LOST_DIRECTORY, .from = from_file | from_directory,
+     .done   = {.next = turn_next::end}},
+    {.state = LOST_DIRECTORY, .from = from_lost, .on = EV_LOST,
+     .done   = {.next = turn_next::to_directory}},
 
-    {WATCH_FILE, from_file, EV_LOST, 0, turn_action::none,
-     {.notify = NOTIFY_REMOVED, .next = turn_next::to_directory}},
-    {WATCH_FILE, from_file, EV_APPEARED, EV_APPEARED | EV_MODIFIED, turn_action::arm,
-     {.clear = EV_LOST, .notify = NOTIFY_CHANGED},
-     {},
-     {.set = EV_LOST, .notify = NOTIFY_REMOVED, .next = turn_next::to_directory}},
-    {WATCH_FILE, from_file, EV_MODIFIED, EV_MODIFIED, turn_action::none,
-     {.notify = NOTIFY_CHANGED}},
+    {.state = WATCH_FILE, .from = from_file, .on = EV_LOST,
+     .done   = {.notify = NOTIFY_REMOVED, .next = turn_next::to_directory}},
+    {.state = WATCH_FILE, .from = from_file, .on = EV_APPEARED, .clear = EV_APPEARED | EV_MODIFIED,
+     .action = turn_action::arm,
+     .done   = {.clear = EV_LOST, .notify = NOTIFY_CHANGED, .next = turn_next::end},
+     .failed = {.set = EV_LOST, .notify = NOTIFY_REMOVED, .next = turn_next::to_directory}},
+    {.state = WATCH_FILE, .from = from_file, .on = EV_MODIFIED, .clear = EV_MODIFIED,
+     .done   = {.notify = NOTIFY_CHANGED, .next = turn_next::end}},
     // Deliberate: MODIFIED stays pending when a file appears, so the next pass reports it once more,
     // for the daemon that read a file which was still being filled.
-    {WATCH_FILE, from_directory, EV_APPEARED, EV_APPEARED, turn_action::arm,
-     {.clear = EV_LOST, .notify = NOTIFY_CHANGED},
-     {},
-     {.set = EV_LOST, .notify = NOTIFY_REMOVED, .next = turn_next::to_directory}},
+    {.state = WATCH_FILE, .from = from_directory, .on = EV_APPEARED, .clear = EV_APPEARED,
+     .action = turn_action::arm,
+     .done   = {.clear = EV_LOST, .notify = NOTIFY_CHANGED, .next = turn_next::end},
+     .failed = {.set = EV_LOST, .notify = NOTIFY_REMOVED, .next = turn_next::to_directory}},
 };
+// clang-format on
 
 // The rule of a turn that is in `state` and came from `from`, or null.
 constexpr const turn_rule *find_turn_rule(uint32_t state, uint32_t from, uint8_t events)
@@ -102,9 +106,12 @@ constexpr const turn_rule *find_turn_rule(uint32_t state, uint32_t from, uint8_t
 constexpr watch_state state_after(turn_next next)
 {
     switch (next) {
-    case turn_next::to_file: return WATCH_FILE;
-    case turn_next::to_directory: return WATCH_DIRECTORY;
-    default: return LOST_DIRECTORY;
+    case turn_next::to_file:
+        return WATCH_FILE;
+    case turn_next::to_directory:
+        return WATCH_DIRECTORY;
+    default:
+        return LOST_DIRECTORY;
     }
 }
 
