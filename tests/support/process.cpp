@@ -17,6 +17,10 @@ namespace {
 
 constexpr const char *marker = "VYT_TEST_OWN_PROCESS";
 
+// Read before any test has changed its mounts: by the magic link alone, a program that is run from a
+// private world would not find its own directory, and its libraries beside it, below a changed root.
+const std::string own_program = std::filesystem::read_symlink("/proc/self/exe");
+
 int wait_for(pid_t child)
 {
     int status = 0;
@@ -72,8 +76,9 @@ bool enter_own_process()
         // ctest asks for reports through these; the child's run is not the reported one.
         unsetenv("GTEST_OUTPUT");
         unsetenv("GTEST_TOTAL_SHARDS");
-        execl("/proc/self/exe", program_invocation_name, filter.c_str(),
-              "--gtest_also_run_disabled_tests", nullptr);
+        for (const char *program : {own_program.c_str(), "/proc/self/exe"})
+            execl(program, program_invocation_name, filter.c_str(),
+                  "--gtest_also_run_disabled_tests", nullptr);
         _exit(127);
     }
     EXPECT_EQ(wait_for(child), 0) << "in a process of its own: " << current_test();
