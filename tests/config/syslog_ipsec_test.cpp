@@ -6,16 +6,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "support/faults.hpp"
-#include "support/log_capture.hpp"
-#include "support/process.hpp"
-#include "support/world.hpp"
+#include "config/debug_dir_fixture.hpp"
 
 using namespace vyt::test;
 
 namespace {
 
-constexpr const char *debug_dir = "/mnt/config/etc/config/vyt/debug";
 constexpr const char *conf = "/mnt/config/etc/config/vyt/debug/subsystems.conf";
 
 // By number; 0 has no name.
@@ -32,22 +28,7 @@ std::string own_line(const std::string &text)
 
 class IpsecSubsystem : public LogTest {};
 
-class IpsecConfig : public LogTest {
-  protected:
-    IpsecConfig() : umask_before(umask(022)) {}
-    ~IpsecConfig() override { umask(umask_before); }
-
-    // The mode's permissions; -1 when there is nothing.
-    static int permissions(const std::string &path)
-    {
-        struct stat st;
-        return stat(path.c_str(), &st) == 0 ? static_cast<int>(st.st_mode & 07777) : -1;
-    }
-
-    const mode_t umask_before;
-    World world;
-    const std::vector<int> before = open_descriptors();
-};
+class IpsecConfig : public DebugDirTest {};
 
 } // namespace
 
@@ -103,11 +84,7 @@ TEST_F(IpsecConfig, IsMadeEmptyWithItsDirectories)
 
 TEST_F(IpsecConfig, ModesAre0777And0666WithoutAUmask)
 {
-    umask(0);
-    EXPECT_EQ(syslog_ipsec_set_default_ipsec_log_config(0), 0);
-    EXPECT_EQ(permissions("/mnt/config/etc"), 0777);
-    EXPECT_EQ(permissions(debug_dir), 0777);
-    EXPECT_EQ(permissions(conf), 0666);
+    expect_full_modes_without_a_umask(syslog_ipsec_set_default_ipsec_log_config, conf);
 }
 
 TEST_F(IpsecConfig, DirectoryIsOpenToEverybodyWhateverTheUmask)
@@ -149,35 +126,14 @@ TEST_F(IpsecConfig, FileThatIsThereIsEmptiedOnlyByForce)
 
 TEST_F(IpsecConfig, DirectoryThatCannotBeMadeIsReported)
 {
-    write_file("/mnt/config", "a file in the way");
-    for (const int force : {0, 1}) {
-        EXPECT_EQ(syslog_ipsec_set_default_ipsec_log_config(force), 1);
-        EXPECT_EQ(errno, ENOTDIR);
-        EXPECT_LINES("lh_dir_create: cannot create '/mnt/config/etc/config/vyt/debug': "
-                     "Not a directory",
-                     own_line("lh_dir_create failed"));
-    }
+    expect_obstacle_is_reported(syslog_ipsec_set_default_ipsec_log_config,
+                                own_line("lh_dir_create failed"));
 }
 
 TEST_F(IpsecConfig, EveryFailingStepOfMakingTheDirectoryIsReported)
 {
-    struct {
-        const char *call;
-        int error;
-        const char *line;
-    } const cases[] = {
-        {"strdup", ENOMEM, "PTR_IS_NULL: buf"},
-        {"mkdir", EROFS, "cannot create '/mnt/config/etc/config/vyt/debug': Read-only file system"},
-    };
-    for (const auto &step : cases) {
-        Faults faults;
-        faults.fail(step.call, step.error);
-        EXPECT_EQ(syslog_ipsec_set_default_ipsec_log_config(0), 1) << step.call;
-        EXPECT_EQ(errno, step.error);
-        EXPECT_LINES(std::string("lh_dir_create: ") + step.line, own_line("lh_dir_create failed"));
-        EXPECT_EQ(faults.calls("chmod"), 0u);
-    }
-    EXPECT_EQ(syslog_ipsec_set_default_ipsec_log_config(0), 0);
+    expect_failing_steps_are_reported(syslog_ipsec_set_default_ipsec_log_config,
+                                      own_line("lh_dir_create failed"));
 }
 
 TEST_F(IpsecConfig, EachMissingParentMayFail)

@@ -5,11 +5,9 @@
 #include <cstdio>
 #include <filesystem>
 #include <ostream>
-#include <sys/stat.h>
+#include <string>
 
-#include "support/log_capture.hpp"
-#include "support/process.hpp"
-#include "support/world.hpp"
+#include "config/debug_dir_fixture.hpp"
 #include "syslog_wireguard.h"
 
 inline bool operator==(const syslog_wireguard_flags_t &a, const syslog_wireguard_flags_t &b)
@@ -26,7 +24,6 @@ namespace vyt::test {
 
 using flags_t = syslog_wireguard_flags_t;
 
-inline constexpr const char *debug_dir = "/mnt/config/etc/config/vyt/debug";
 inline constexpr const char *save = "/mnt/config/etc/config/vyt/debug/wireguard.conf";
 inline constexpr const char *defaults = "dbg = 0\nerr = 1\n";
 inline constexpr flags_t untouched = {77, 88};
@@ -52,26 +49,13 @@ inline int close_and_fail(FILE *file)
     return EOF;
 }
 
-class WireguardFile : public LogTest {
+class WireguardFile : public DebugDirTest {
   protected:
-    WireguardFile() : umask_before(umask(022)) {}
-    ~WireguardFile() override { umask(umask_before); }
-
-    // The mode's permissions; -1 when there is nothing.
-    static int permissions(const char *path)
-    {
-        struct stat st;
-        return stat(path, &st) == 0 ? static_cast<int>(st.st_mode & 07777) : -1;
-    }
     static void save_text(const std::string &text)
     {
         std::filesystem::create_directories(debug_dir);
         write_file(save, text);
     }
-
-    const mode_t umask_before;
-    World world;
-    const std::vector<int> before = open_descriptors();
 };
 
 } // namespace vyt::test

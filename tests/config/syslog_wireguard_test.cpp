@@ -147,11 +147,7 @@ TEST_F(WireguardDefaults, AreMadeWithTheirDirectories)
 
 TEST_F(WireguardDefaults, ModesAre0777And0666WithoutAUmask)
 {
-    umask(0);
-    EXPECT_EQ(syslog_wireguard_set_default_log_config(0), 0);
-    EXPECT_EQ(permissions("/mnt/config"), 0777);
-    EXPECT_EQ(permissions(debug_dir), 0777);
-    EXPECT_EQ(permissions(save), 0666);
+    expect_full_modes_without_a_umask(syslog_wireguard_set_default_log_config, save);
 }
 
 TEST_F(WireguardDefaults, DirectoryThatIsThereIsLeftAsItIs)
@@ -180,35 +176,14 @@ TEST_F(WireguardDefaults, FileThatIsThereIsResetOnlyByForce)
 
 TEST_F(WireguardDefaults, DirectoryThatCannotBeMadeIsReported)
 {
-    write_file("/mnt/config", "a file in the way");
-    for (const int force : {0, 1}) {
-        EXPECT_EQ(syslog_wireguard_set_default_log_config(force), 1);
-        EXPECT_EQ(errno, ENOTDIR);
-        EXPECT_LINES("lh_dir_create: cannot create '/mnt/config/etc/config/vyt/debug': "
-                     "Not a directory",
-                     named_line_of(setter, "lh_dir_create failed"));
-    }
+    expect_obstacle_is_reported(syslog_wireguard_set_default_log_config,
+                                named_line_of(setter, "lh_dir_create failed"));
 }
 
 TEST_F(WireguardDefaults, EveryFailingStepOfMakingTheDirectoryIsReported)
 {
-    struct {
-        const char *call;
-        int error;
-        const char *line;
-    } const cases[] = {
-        {"strdup", ENOMEM, "PTR_IS_NULL: buf"},
-        {"mkdir", EROFS, "cannot create '/mnt/config/etc/config/vyt/debug': Read-only file system"},
-    };
-    for (const auto &step : cases) {
-        Faults faults;
-        faults.fail(step.call, step.error);
-        EXPECT_EQ(syslog_wireguard_set_default_log_config(0), 1) << step.call;
-        EXPECT_EQ(errno, step.error);
-        EXPECT_LINES(std::string("lh_dir_create: ") + step.line,
-                     named_line_of(setter, "lh_dir_create failed"));
-    }
-    EXPECT_EQ(syslog_wireguard_set_default_log_config(0), 0);
+    expect_failing_steps_are_reported(syslog_wireguard_set_default_log_config,
+                                      named_line_of(setter, "lh_dir_create failed"));
 }
 
 TEST_F(WireguardDefaults, DirectoryThatCannotBeListedButIsThereIsNoFailure)
