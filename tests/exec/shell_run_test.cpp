@@ -119,6 +119,20 @@ TEST_F(ShellRun, WithSudoTheLineIsPrefixed)
     EXPECT_EQ(read_file("/run/words"), "</usr/bin/sudo>\n<sh>\n<-c>\n<exit 11>\n<a  b>\n<c>\n");
 }
 
+TEST_F(ShellRun, TheRealSudoRunsTheLine)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root may use sudo without a password";
+    if (access("/usr/bin/sudo", X_OK) != 0)
+        GTEST_SKIP() << "sudo is not installed";
+    const TempDir dir;
+    const std::string seen = dir / "seen";
+    opts.flags = LH_SHELL_CMD_RUN_SUDO;
+    EXPECT_EQ(run("sh -c 'echo \"$SUDO_COMMAND\" >" + seen + "; exit 7' 2>/dev/null"), 0);
+    EXPECT_EQ(opts.exit_code, 7);
+    EXPECT_NE(read_file(seen).find("sh -c echo"), std::string::npos) << read_file(seen);
+}
+
 TEST_F(ShellRun, ANullFormatIsLogged)
 {
     Faults faults;

@@ -245,6 +245,17 @@ TEST_F(LineEndings, AnyOtherStatusIsAFailure)
     }
 }
 
+TEST_F(LineEndings, AreConvertedByTheRealProgram)
+{
+    if (access("/usr/bin/dos2unix", X_OK) != 0)
+        GTEST_SKIP() << "dos2unix is not installed";
+    faults.clear();
+    const std::string path = folder + "/dos text";
+    write_file(path, "one\r\ntwo\r\n\r\nlast");
+    EXPECT_EQ(lh_file_convert_to_unix_format(path.c_str(), ("'" + path + "'").c_str()), 0);
+    EXPECT_EQ(read_file(path), "one\ntwo\n\nlast");
+}
+
 TEST_F(LineEndings, AreLeftAloneWhereTheProgramIsMissing)
 {
     faults.clear();
