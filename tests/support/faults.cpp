@@ -388,7 +388,7 @@ dynamic_section read_dynamic(const dl_phdr_info &info)
 
 // A library whose links lead here, and what stood in them before.
 struct redirection {
-    const char *library;
+    const char *object;
     bool found = false;
     std::vector<std::pair<void **, void *>> links = {};
 };
@@ -409,7 +409,7 @@ void redirect(redirection &redirected, void **slot, hook &h)
 int redirect_library(dl_phdr_info *info, size_t, void *data)
 {
     auto &redirected = *static_cast<redirection *>(data);
-    if (strstr(info->dlpi_name, redirected.library) == nullptr)
+    if (strstr(info->dlpi_name, redirected.object) == nullptr)
         return 0;
     const dynamic_section section = read_dynamic(*info);
     for (int table = 0; table < 2; table++) {
@@ -430,7 +430,7 @@ int redirect_library(dl_phdr_info *info, size_t, void *data)
 
 redirection redirect_links(const char *library)
 {
-    redirection redirected = {.library = library};
+    redirection redirected = {.object = library};
     dl_iterate_phdr(redirect_library, &redirected);
     if (!redirected.found)
         throw std::runtime_error(std::string(library) + " is not loaded");
@@ -443,7 +443,7 @@ void redirect_once()
     (void)done;
 }
 
-redirection also_redirected = {.library = nullptr};
+redirection also_redirected = {.object = nullptr};
 
 } // namespace
 
