@@ -45,7 +45,6 @@ vrrp_vrf *create_vrf_instance(const char *netns)
         DEBUG_LINE(vrrp_dbg, "calloc failed %s", strerror(errno));
         return nullptr;
     }
-    vrf->tracker = &vrrp_ctx;
     strlcpy(vrf->netns, stored_name(netns), sizeof(vrf->netns));
     list_push_front(&vrrp_ctx.vrfs, &vrf->link);
     vrrp_ctx.vrfs_by_netns.insert(vrf, hash_text(hash_start, vrf->netns));

@@ -20,8 +20,6 @@ inline constexpr const char *vrrp_data_dir = "/var/cache/";
 inline constexpr const char *vrrp_data_name = "vrrp_data";
 inline constexpr const char *vrrp_data_path = "/var/cache/vrrp_data";
 
-struct vrrp_tracker;
-
 struct vrrp_group {
     bool watched;
     int32_t prev_status;
@@ -32,7 +30,6 @@ struct vrrp_group {
 // The instances of one network namespace.
 struct vrrp_vrf {
     lh_list link;
-    vrrp_tracker *tracker;
     char netns[netns_size];
     struct vrrp_instance *instances[vrid_max]; // slot v-1 for Virtual Router Id v
     uint16_t count;

@@ -90,7 +90,6 @@ void take_record(const status_record &record)
     vrrp_instance *instance = instance_of(record, group != nullptr && group->watched);
     if (instance == nullptr)
         return;
-    instance->vrid = static_cast<uint8_t>(record.vrid);
     instance->group = record.group;
     set_status(instance, record.state);
     list_unlink(&instance->link); // a file may name an instance twice: the last record counts

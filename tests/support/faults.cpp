@@ -72,9 +72,6 @@ int fault_of(hook &h)
     return 0;
 }
 
-template <class Result, class... Params>
-using function_of = Result (*)(Params...);
-
 // One wrapper per call: fails with the given value, or passes the arguments on.
 #define WRAP(result, name, failure, params, args)                                                  \
     result wrap_##name params                                                                      \
