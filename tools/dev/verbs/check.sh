@@ -1,0 +1,16 @@
+# shellcheck shell=bash
+# check                         what guards main beside the tests; its last lines are a test run's
+
+# The library as a board builds it, with libraries that provide the board's functions.
+board_build() {
+    cmake -S . -B build/board -G Ninja -DCMAKE_BUILD_TYPE=Release -DVYT_PLATFORM=board \
+        -DVYT_BOARD_LIBRARIES="$PWD/build/release/libVYTplatform.so" -DVYT_BUILD_TESTS=OFF
+    cmake --build build/board --parallel "$jobs"
+}
+
+verb_check() {
+    build release VYThelpers
+    step board-build "cmake --build build/board" board_build
+    run_tests tsan
+    run_tests asan
+}
