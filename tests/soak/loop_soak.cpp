@@ -44,6 +44,8 @@ class Loop : public Scenario {
         while (!entries_.empty())
             remove(*entries_.back());
         buried_.clear();
+        buried_.shrink_to_fit();
+        entries_.shrink_to_fit();
     }
 
     std::string allowed_lines() const override { return "no line at all"; }
