@@ -74,7 +74,9 @@ static const char help[] =
     "  2031-05-01T12:00:00+0000 instance blue:30 Invalid -> Unknown\n"
     "\n"
     "SIGHUP starts over on a new descriptor and prints \"watcher restarted\"; SIGINT and\n"
-    "SIGTERM end the program. Errors go to the system log and to standard error.\n";
+    "SIGTERM end the program. Errors go to the system log and to standard error.\n"
+    "\n"
+    "Ends with 0 after a signal, with 1 when it cannot run, with 2 for wrong arguments.\n";
 
 /* What the user sees ------------------------------------------------------------------------- */
 
