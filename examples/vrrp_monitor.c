@@ -327,6 +327,8 @@ static int on_key(int fd, void *arg)
 {
     char keys[64];
     ssize_t count = read(fd, keys, sizeof(keys));
+    if (count < 0 && (errno == EAGAIN || errno == EINTR))
+        return 0;
     if (count <= 0 || memchr(keys, 'q', (size_t)count) != NULL)
         end(arg); /* at the end of the input the terminal has gone */
     return 0;

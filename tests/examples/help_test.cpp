@@ -104,12 +104,13 @@ TEST_F(Help, GoesToStandardOutputAndEndsWithNought)
 {
     for (const std::string &name : programs()) {
         SCOPED_TRACE(name);
-        const Outcome outcome = run({example(name), "--help"});
-        EXPECT_EQ(outcome.status, 0);
-        EXPECT_EQ(outcome.output.rfind("usage: " + base(name) + " ", 0), 0u) << outcome.output;
-        EXPECT_EQ(outcome.errors, "");
-        EXPECT_EQ(run({example(name), "-h"}).output, outcome.output);
-        EXPECT_THAT(outcome.output, ::testing::HasSubstr("\nEnds with ")); // its exit statuses
+        for (const char *option : {"--help", "-h"}) {
+            const Outcome outcome = run({example(name), option});
+            EXPECT_EQ(outcome.status, 0);
+            EXPECT_EQ(outcome.output.rfind("usage: " + base(name) + " ", 0), 0u) << outcome.output;
+            EXPECT_THAT(outcome.output, ::testing::HasSubstr("\nEnds with ")); // its exit statuses
+            EXPECT_EQ(outcome.errors, "");
+        }
     }
 }
 

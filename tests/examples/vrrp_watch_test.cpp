@@ -390,40 +390,68 @@ TEST_F(Watch, ANameCannotMoveTheCursor)
 
 // The same in a terminal that others have written. --------------------------------------------
 
+namespace {
+
+// A tmux of its own, with a shell in a window of 60 by 10. It ends with this object; should the test
+// be killed, with its shell.
+class Tmux {
+  public:
+    ~Tmux() { command({"kill-server"}); }
+    bool start()
+    {
+        return wait_until([&] {
+            return command({"new-session", "-d", "-x", "60", "-y", "10",
+                            "PS1='$ ' exec timeout --foreground 250 sh"})
+                       .status == 0;
+        });
+    }
+    Outcome command(std::vector<std::string> words)
+    {
+        words.insert(words.begin(), {"/usr/bin/env", "-u", "TMUX", "TERM=xterm", "LC_ALL=C.UTF-8",
+                                     "/usr/bin/tmux", "-S", dir_ / "socket", "-f", "/dev/null"});
+        return run(words);
+    }
+    // With the colours, as tmux spells them.
+    std::string screen() { return command({"capture-pane", "-p", "-e"}).output; }
+    bool sees(const std::string &text)
+    {
+        return wait_until([&] { return screen().find(text) != std::string::npos; });
+    }
+    // Is it the other screen, and is there a cursor?
+    std::string modes()
+    {
+        return command({"display-message", "-p", "#{alternate_on} #{cursor_flag}"}).output;
+    }
+
+  private:
+    TempDir dir_;
+};
+
+} // namespace
+
 TEST_F(Watch, IsSeenByARealTerminal)
 {
     if (access("/usr/bin/tmux", X_OK) != 0)
         GTEST_SKIP() << "there is no tmux (package tmux)";
     OWN_PROCESS();
     World world;
-    TempDir dir;
     publish(two_routers);
-    const auto tmux = [&](std::vector<std::string> words) {
-        words.insert(words.begin(), {"/usr/bin/env", "-u", "TMUX", "TERM=xterm", "LC_ALL=C.UTF-8",
-                                     "/usr/bin/tmux", "-S", dir / "socket", "-f", "/dev/null"});
-        return run(words);
-    };
-    const auto screen = [&] { return tmux({"capture-pane", "-p", "-e"}).output; };
-    const auto sees = [&](const std::string &text) {
-        return wait_until([&] { return screen().find(text) != std::string::npos; });
-    };
-    const auto started = tmux({"new-session", "-d", "-x", "60", "-y", "10", "PS1='$ ' exec sh"});
-    ASSERT_EQ(started.status, 0) << started.errors;
-    ASSERT_TRUE(sees("$"));
-    tmux({"send-keys", "echo before; " + example("vrrp_monitor") + " -w -g 1 -i :10 -i :30",
-          "Enter"});
-    EXPECT_TRUE(sees("group 1       \033[36mBackup\033[39m")) << screen();
-    EXPECT_TRUE(sees("instance :10  \033[32mMaster\033[39m")) << screen();
-    EXPECT_TRUE(sees("instance :30  \033[1m\033[31mFault\033[0m")) << screen();
-    EXPECT_EQ(tmux({"display-message", "-p", "#{alternate_on} #{cursor_flag}"}).output, "1 0\n");
+    Tmux tmux;
+    ASSERT_TRUE(tmux.start());
+    ASSERT_TRUE(tmux.sees("$"));
+    tmux.command({"send-keys", "echo before; " + example("vrrp_monitor") + " -w -g 1 -i :10 -i :30",
+                  "Enter"});
+    EXPECT_TRUE(tmux.sees("group 1       \033[36mBackup\033[39m")) << tmux.screen();
+    EXPECT_TRUE(tmux.sees("instance :10  \033[32mMaster\033[39m")) << tmux.screen();
+    EXPECT_TRUE(tmux.sees("instance :30  \033[1m\033[31mFault\033[0m")) << tmux.screen();
+    EXPECT_EQ(tmux.modes(), "1 0\n");
     publish("record - 10 Master 1\n");
-    EXPECT_TRUE(sees("group 1       \033[32mMaster\033[39m")) << screen();
-    tmux({"resize-window", "-x", "20", "-y", "4"});
-    EXPECT_TRUE(sees("... 2 more")) << screen();
-    tmux({"resize-window", "-x", "60", "-y", "10"});
-    EXPECT_TRUE(sees("instance :30  \033[90mUnknown\033[39m")) << screen();
-    tmux({"send-keys", "C-c"});
-    EXPECT_TRUE(sees("before\n$")) << screen();
-    EXPECT_EQ(tmux({"display-message", "-p", "#{alternate_on} #{cursor_flag}"}).output, "0 1\n");
-    tmux({"kill-server"});
+    EXPECT_TRUE(tmux.sees("group 1       \033[32mMaster\033[39m")) << tmux.screen();
+    tmux.command({"resize-window", "-x", "20", "-y", "4"});
+    EXPECT_TRUE(tmux.sees("... 2 more")) << tmux.screen();
+    tmux.command({"resize-window", "-x", "60", "-y", "10"});
+    EXPECT_TRUE(tmux.sees("instance :30  \033[90mUnknown\033[39m")) << tmux.screen();
+    tmux.command({"send-keys", "C-c"});
+    EXPECT_TRUE(tmux.sees("before\n$")) << tmux.screen();
+    EXPECT_EQ(tmux.modes(), "0 1\n");
 }
