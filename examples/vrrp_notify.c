@@ -4,6 +4,8 @@
 #include "vrrp_notify.h"
 
 #include <errno.h>
+#include <fcntl.h>
+#include <poll.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -142,18 +144,28 @@ static bool is_fifo(const char *path)
     return false;
 }
 
+/* Waits until a writer has written something or has come and gone, and answers a stream to read it
+   from. Opening for reading alone would miss a writer that was faster: so the FIFO is opened without
+   waiting for one, and closed only when it is open anew, because what it holds would go with it. */
+static FILE *wait_for_writer(const char *fifo, FILE *before)
+{
+    int fd = open(fifo, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    if (before != NULL)
+        fclose(before);
+    struct pollfd readable = {.fd = fd, .events = POLLIN};
+    if (fd < 0 || poll(&readable, 1, -1) < 0 || fcntl(fd, F_SETFL, 0) != 0)
+        return NULL;
+    return fdopen(fd, "r");
+}
+
 void notify_follow(const char *fifo, struct notified *instances, size_t count, const char *path)
 {
     FILE *lines = NULL;
     bool good = is_fifo(fifo);
     while (good && publish_nothing_runs(instances, count, path)) {
-        /* Waits for a writer. The old one is closed afterwards: what was written in between stays. */
-        FILE *next = fopen(fifo, "re");
-        if (lines != NULL)
-            fclose(lines);
-        lines = next;
+        lines = wait_for_writer(fifo, lines);
         good = lines != NULL ? follow_lines(lines, instances, count, path)
-                             : status_file_failed("open", fifo);
+                             : status_file_failed("read", fifo);
     }
     if (lines != NULL)
         fclose(lines);

@@ -113,7 +113,7 @@ TEST_F(Notify, ADaemonThatHasGoneLeavesNothingRunningAndTheNextIsFollowed)
 {
     Program publisher(words(two));
     expect_lines(publisher, nothing_runs);
-    for (int twice = 0; twice < 2; twice++) {
+    for (int many = 0; many < 100; many++) {
         const int daemon = open_fifo();
         tell(daemon, "INSTANCE \"ten\" DELETED 200\nINSTANCE \"twenty\" MASTER 200"); // cut short
         close(daemon);

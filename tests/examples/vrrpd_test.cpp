@@ -26,11 +26,11 @@ class RealDaemon : public ::testing::Test {
         write_file(dir / name, "#!/bin/sh\n" + script);
         chmod((dir / name).c_str(), 0755);
     }
-    // The demo with those in its way.
+    // The demo with those in its way. The limit is what they have to start in.
     std::vector<std::string> words() const
     {
         return {"/usr/bin/env", "PATH=" + dir.path() + ":" + getenv("PATH"), program, "--limit",
-                "1"};
+                "5"};
     }
 
     TempDir dir;
