@@ -109,14 +109,19 @@ TEST_F(RealDaemon, NothingIsLeftWhenItIsEndedHalfway)
     }
 }
 
-TEST_F(RealDaemon, RefusesToWorkInTheNamespaceThatItWasStartedIn)
+TEST_F(RealDaemon, MakesNothingOutsideOfAWorldOfItsOwn)
 {
+    OWN_PROCESS();
+    World world; // where a mistake would do no harm
+    world.leave_network();
     const std::string here = std::filesystem::read_symlink("/proc/self/ns/net");
-    const Outcome outcome = run({program, "--inside", here, "2"});
-    EXPECT_EQ(outcome.status, 1);
-    EXPECT_EQ(outcome.output, "");
-    EXPECT_EQ(outcome.errors,
-              "demo: this is the machine's own network namespace: nothing was made\n");
+    for (const std::string &started_in : {here, std::string("net:[1]")}) {
+        const Outcome outcome = run({program, "--inside", started_in, "2"});
+        EXPECT_EQ(outcome.status, 1);
+        EXPECT_EQ(outcome.output, "");
+        EXPECT_EQ(outcome.errors, "demo: this is no world of its own: nothing was made\n");
+        EXPECT_TRUE(std::filesystem::is_empty("/run"));
+    }
 }
 
 TEST_F(RealDaemon, SaysWhatIsMissing)
