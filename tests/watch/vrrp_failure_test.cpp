@@ -306,8 +306,9 @@ TEST_F(VrrpFailure, AFileThatShrinksBeforeItIsReadIsTakenAsItIsThen)
         touch();
         set_debug_flags(vrrp_dbg);
         faults.clear();
-        faults.before("mmap",
-                      [&](unsigned) { ASSERT_EQ(truncate(status_path.c_str(), length), 0); });
+        faults.before("mmap", [size = length](unsigned) {
+            ASSERT_EQ(truncate(status_path.c_str(), size), 0);
+        });
         EXPECT_EQ(update(), result);
         EXPECT_EQ(faults.calls("mmap"), 1u);
         EXPECT_EQ(faults.calls("munmap"), 1u);
@@ -427,9 +428,9 @@ TEST_F(VrrpFailure, AFileReplacedBetweenOpeningAndSizingIsReadSafely)
         EXPECT_EQ(lh_vrrp_info_update(), 0);
         touch();
         Faults faults;
-        faults.before("access", [&](unsigned number) {
+        faults.before("access", [&, &contents = replacement](unsigned number) {
             if (number == 2)
-                rename_over(replacement);
+                rename_over(contents);
         });
         EXPECT_EQ(update(), good);
         EXPECT_EQ(members_of(1), members);
