@@ -28,6 +28,8 @@
 #include <utime.h>
 #include <vector>
 
+#include "support/aliases.hpp"
+
 namespace vyt::test {
 namespace {
 
@@ -390,7 +392,7 @@ struct redirection {
     std::vector<std::pair<void **, void *>> links = {};
 };
 
-void redirect(redirection &redirected, void **slot, hook &h)
+void redirect(redirection &redirected, void **slot, hook &h, const char *symbol)
 {
     const auto page_size = static_cast<uintptr_t>(sysconf(_SC_PAGESIZE));
     const auto page = reinterpret_cast<uintptr_t>(slot) & ~(page_size - 1);
@@ -400,7 +402,7 @@ void redirect(redirection &redirected, void **slot, hook &h)
     if (h.original == nullptr)
         h.original = dlsym(RTLD_DEFAULT, h.call);
     redirected.links.emplace_back(slot, *slot);
-    *slot = h.wrapper;
+    *slot = entry_of(symbol, h.wrapper);
 }
 
 int redirect_library(dl_phdr_info *info, size_t, void *data)
@@ -415,9 +417,9 @@ int redirect_library(dl_phdr_info *info, size_t, void *data)
             const ElfW(Rela) &link = section.tables[table][i];
             const char *name = section.names + section.symbols[ELF64_R_SYM(link.r_info)].st_name;
             for (hook &h : hooks) {
-                if (strcmp(h.call, name) == 0)
+                if (plain_name(name) == h.call)
                     redirect(redirected, reinterpret_cast<void **>(info->dlpi_addr + link.r_offset),
-                             h);
+                             h, name);
             }
         }
     }
