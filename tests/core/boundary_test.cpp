@@ -174,17 +174,14 @@ names undefined()
     return all;
 }
 
-// Sanitizers and the coverage counter bring a runtime and constructors of their own.
+// Sanitizers, the coverage counter and the C++ library's assertions bring a runtime and constructors
+// of their own.
 bool is_instrumented()
 {
-    static const std::regex runtime(R"(lib(?:a|t|ub)san\.so.*)");
-    for (const std::string &needed : library().dynamic_texts(DT_NEEDED)) {
-        if (std::regex_match(needed, runtime))
-            return true;
-    }
+    static const std::regex runtime(R"(__(?:asan|tsan|ubsan|gcov)_.*|.*__glibcxx_assert_fail.*)");
     const auto symbols = library().all_symbols();
     return std::any_of(symbols.begin(), symbols.end(), [](const elf_symbol &symbol) {
-        return symbol.name.rfind("__gcov_", 0) == 0;
+        return std::regex_match(symbol.name, runtime);
     });
 }
 
