@@ -2,6 +2,7 @@
 # shellcheck shell=bash
 
 packages=(g++ gcc cmake ninja-build pkg-config libc6-dev libyaml-dev libgtest-dev libgmock-dev)
+clang_packages=(clang libclang-rt-14-dev)
 test_packages=(binutils python3 python3-yaml sudo dos2unix sysvinit-utils keepalived iproute2 tmux)
 jobs=$(nproc)
 
@@ -97,12 +98,20 @@ check_preset() {
     presets | grep -qx -- "$1" || fail "there is no preset '$1'; there are: $(presets | xargs)"
 }
 
+# A preset's compiler, where that is not GCC.
+need_compiler() {
+    case "$1" in
+    clang* | fuzz*) need "${clang_packages[@]}" ;;
+    esac
+}
+
 # build [PRESET] [TARGET...]
 build() {
     local preset=${1:-release} log="build-${1:-release}"
     local targets=("${@:2}")
     check_preset "$preset"
     need "${packages[@]}"
+    need_compiler "$preset"
     step "configure-$preset" "read the log, then ./dev build $preset" cmake --preset "$preset"
     step "$log" "mend the first error above, then ./dev build $preset" \
         cmake --build --preset "$preset" --parallel "$jobs" ${targets[0]:+--target "${targets[@]}"}
@@ -112,7 +121,7 @@ build() {
 # The thread sanitizer needs an address space without randomised holes on some kernels.
 runner_of() {
     case "$1" in
-    tsan*) if setarch -R true 2>/dev/null; then echo setarch -R; fi ;;
+    *tsan*) if setarch -R true 2>/dev/null; then echo setarch -R; fi ;;
     esac
 }
 
