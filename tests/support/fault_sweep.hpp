@@ -22,8 +22,8 @@
 //   outcome as a text: shown() of the result, and of whatever else the contract promises (what is in
 //   the file now, a second call on the same object ...).
 // - Lines are in the short form of log_capture.hpp: all that the library logs during the body, in
-//   their order. "{error}" stands for the text of the errno that the fault gave, "{dir}" for the
-//   directory, "{pid}" for the process.
+//   their order. "{error}" stands for the text of the errno that the fault gave, "{code}" for its
+//   number, "{dir}" for the directory, "{pid}" for the process; source lines are "<function:#>".
 // - A rule is for all calls of its name, or with "read:2" for the second one; the first rule that fits
 //   counts, so the special ones stand first. A site without a rule fails the test, and so does a rule
 //   without a site. A failing call's errno is expected afterwards unless the rule says otherwise.
@@ -32,6 +32,9 @@
 //   handed out is taken with taken(), release() or declared with a.faults().given_back().
 // - After the faulty run the body runs again in the same process without a fault, and succeeds.
 // - A function without a fallible call has a scenario, too, without rules: "0 sites".
+// - What varies from run to run cannot be swept: let faults().before() hold a call back until the
+//   world is ready for it, so that each run makes the same calls.
+// - The body may enter a World: each run has a process of its own, and its second body a new one.
 // - A function may have several scenarios, one for each of its ways.
 #pragma once
 
@@ -49,10 +52,13 @@ namespace vyt::test {
 // What errno is after a failing call.
 enum class errno_after { of_the_call, kept, unpromised };
 
+// What a fault does to the function.
+enum class rule_effect { as_given, none, unpromised };
+
 struct rule {
     std::string call;
     unsigned nth = 0; // 0: each
-    bool harmless = false;
+    rule_effect effect = rule_effect::as_given;
     bool shorter = false;
     std::string outcome = {};
     std::vector<std::string> lines = {};
@@ -73,6 +79,8 @@ rule shortened(const std::string &call, const std::string &outcome,
                const std::vector<std::string> &lines = {});
 // The failing call changes nothing: outcome and lines are those without a fault.
 rule ignored(const std::string &call);
+// Nothing is promised, as no such failure is known; but nothing is lost, and the next call works.
+rule survived(const std::string &call);
 // The shorter transfer changes nothing.
 rule resumed(const std::string &call);
 
@@ -105,6 +113,8 @@ class Attempt {
         }
     }
 
+    // Closes what is open since the run's begin, and says how much that was.
+    unsigned close_left();
     // Frees what the library handed out.
     void release(void *block);
     // The text that the library handed out, quoted, or "null"; it is freed.
@@ -125,6 +135,7 @@ class Attempt {
     Faults faults_;
     fault armed_;
     std::map<std::string, unsigned> calls_;
+    std::vector<int> descriptors_ = open_descriptors();
     int error_ = 0;
     bool happened_ = false;
 };
@@ -143,6 +154,10 @@ struct scenario {
     // Calls that only a forked child makes, where they cannot be counted: "execl" ...
     std::vector<std::string> calls_of_child = {};
 };
+
+// A function that needs no preparation: the outcome is what the call answers as a text.
+scenario simply(const char *function, const std::function<std::string()> &call,
+                const std::string &outcome, const std::vector<rule> &faults = {});
 
 // Registers one test per function, named after it, in this suite. At its end each prints a line
 // "[  FAULTS  ] function sites faults result", which ./dev faults gathers.

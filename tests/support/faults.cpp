@@ -131,6 +131,18 @@ void take_entries(const hook &h, dirent **list, int count)
 #define WRAP(result, name, failure, params, args)                                                  \
     WRAP_NOTED(result, name, failure, params, args, , )
 
+// These answer the error and leave errno alone.
+#define WRAP_LOCK(name, params, args)                                                              \
+    int wrap_##name params                                                                         \
+    {                                                                                              \
+        static hook &h = hook_named(#name);                                                        \
+        const int kept = errno;                                                                    \
+        const int error = fault_of(h);                                                             \
+        errno = kept;                                                                              \
+        void *const next = h.replacement != nullptr ? h.replacement : h.original;                  \
+        return error != 0 ? error : reinterpret_cast<int(*) params>(next) args;                    \
+    }
+
 WRAP_NOTED(void *, malloc, nullptr, (size_t n), (n), , take(h, got))
 WRAP_NOTED(void *, calloc, nullptr, (size_t n, size_t m), (n, m), , take(h, got))
 WRAP_NOTED(void *, realloc, nullptr, (void *p, size_t n), (p, n), ,
@@ -211,15 +223,16 @@ WRAP(int, system, -1, (const char *c), (c))
 WRAP(struct tm *, localtime_r, nullptr, (const time_t *t, struct tm *r), (t, r))
 WRAP(int, get_nprocs, 0, (), ())
 WRAP(int, get_alive_mgr_pid, -1, (int u), (u))
-WRAP(int, pthread_rwlock_init, error, (pthread_rwlock_t * l, const pthread_rwlockattr_t *a), (l, a))
-WRAP(int, pthread_rwlock_destroy, error, (pthread_rwlock_t * l), (l))
-WRAP(int, pthread_rwlock_rdlock, error, (pthread_rwlock_t * l), (l))
-WRAP(int, pthread_rwlock_tryrdlock, error, (pthread_rwlock_t * l), (l))
-WRAP(int, pthread_rwlock_wrlock, error, (pthread_rwlock_t * l), (l))
-WRAP(int, pthread_rwlock_trywrlock, error, (pthread_rwlock_t * l), (l))
-WRAP(int, pthread_rwlock_unlock, error, (pthread_rwlock_t * l), (l))
+WRAP_LOCK(pthread_rwlock_init, (pthread_rwlock_t * l, const pthread_rwlockattr_t *a), (l, a))
+WRAP_LOCK(pthread_rwlock_destroy, (pthread_rwlock_t * l), (l))
+WRAP_LOCK(pthread_rwlock_rdlock, (pthread_rwlock_t * l), (l))
+WRAP_LOCK(pthread_rwlock_tryrdlock, (pthread_rwlock_t * l), (l))
+WRAP_LOCK(pthread_rwlock_wrlock, (pthread_rwlock_t * l), (l))
+WRAP_LOCK(pthread_rwlock_trywrlock, (pthread_rwlock_t * l), (l))
+WRAP_LOCK(pthread_rwlock_unlock, (pthread_rwlock_t * l), (l))
 #undef WRAP
 #undef WRAP_NOTED
+#undef WRAP_LOCK
 
 void wrap_free(void *block)
 {
