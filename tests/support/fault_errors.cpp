@@ -95,4 +95,12 @@ const std::vector<int> &errors_of(const std::string &call)
     return found == errors.end() ? none : found->second;
 }
 
+std::vector<std::string> fallible_calls()
+{
+    std::vector<std::string> calls;
+    for (const auto &[call, given] : errors)
+        calls.push_back(call);
+    return calls;
+}
+
 } // namespace vyt::test

@@ -173,6 +173,8 @@ tally sweep_faults(const std::vector<scenario> &scenarios);
 
 // What a fallible call can give; nothing for a call that only its arguments can let fail.
 const std::vector<int> &errors_of(const std::string &call);
+// All calls that can give anything.
+std::vector<std::string> fallible_calls();
 
 std::string shown(long value);
 std::string shown(const char *text);
