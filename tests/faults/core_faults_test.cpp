@@ -52,7 +52,7 @@ const std::vector<scenario> scenarios = {
              int fd = open("/dev/null", O_RDONLY);
              const int number = fd;
              const int result = a.faulted([&] { return lh_close(&fd); });
-             return shown(result) + (fd == number ? " left" : " marked");
+             return shown(result) + (fd == -1 ? " marked" : fd == number ? " left" : " lost");
          },
      .outcome = "0 marked",
      .faults = {fails("close", "-1 left", {"lh_close: close(*fd) failed"})}},
