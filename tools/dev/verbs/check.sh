@@ -8,9 +8,14 @@ board_build() {
     cmake --build build/board --parallel "$jobs"
 }
 
+# shellcheck source=tools/dev/verbs/faults.sh
+source tools/dev/verbs/faults.sh
+
 verb_check() {
     build release VYThelpers
     step board-build "cmake --build build/board" board_build
+    step faults "./dev faults shows the table, build/logs/faults_*.log each fault" verb_faults
+    tail -n 1 build/logs/faults.log
     ./dev soak 1
     run_tests tsan
     run_tests asan
