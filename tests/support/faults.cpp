@@ -27,6 +27,7 @@
 #include <unistd.h>
 #include <utime.h>
 #include <vector>
+#include <yaml.h>
 
 namespace vyt::test {
 namespace {
@@ -167,6 +168,16 @@ WRAP(int, pthread_rwlock_tryrdlock, error, (pthread_rwlock_t * l), (l))
 WRAP(int, pthread_rwlock_wrlock, error, (pthread_rwlock_t * l), (l))
 WRAP(int, pthread_rwlock_trywrlock, error, (pthread_rwlock_t * l), (l))
 WRAP(int, pthread_rwlock_unlock, error, (pthread_rwlock_t * l), (l))
+WRAP(int, yaml_emitter_open, 0, (yaml_emitter_t * e), (e))
+WRAP(int, yaml_emitter_flush, 0, (yaml_emitter_t * e), (e))
+WRAP(int, yaml_emitter_close, 0, (yaml_emitter_t * e), (e))
+WRAP(int, yaml_document_start_event_initialize, 0,
+     (yaml_event_t * v, yaml_version_directive_t *d, yaml_tag_directive_t *s,
+      yaml_tag_directive_t *n, int i),
+     (v, d, s, n, i))
+WRAP(int, yaml_document_end_event_initialize, 0, (yaml_event_t * v, int i), (v, i))
+WRAP(int, yaml_mapping_end_event_initialize, 0, (yaml_event_t * v), (v))
+WRAP(int, yaml_sequence_end_event_initialize, 0, (yaml_event_t * v), (v))
 #undef WRAP
 
 // A replacement of fscanf takes the arguments as vfscanf does.
@@ -319,6 +330,13 @@ std::vector<hook> hooks = {
     HOOK(pthread_rwlock_wrlock),
     HOOK(pthread_rwlock_trywrlock),
     HOOK(pthread_rwlock_unlock),
+    HOOK(yaml_emitter_open),
+    HOOK(yaml_emitter_flush),
+    HOOK(yaml_emitter_close),
+    HOOK(yaml_document_start_event_initialize),
+    HOOK(yaml_document_end_event_initialize),
+    HOOK(yaml_mapping_end_event_initialize),
+    HOOK(yaml_sequence_end_event_initialize),
     HOOK(fprintf),
     HOOK(snprintf),
     HOOK(__isoc99_fscanf),
