@@ -184,7 +184,7 @@ bool is_instrumented()
     }
     const auto symbols = library().all_symbols();
     return std::any_of(symbols.begin(), symbols.end(), [](const elf_symbol &symbol) {
-        return symbol.name.rfind("__gcov_", 0) == 0;
+        return symbol.name.rfind("__gcov", 0) == 0;
     });
 }
 
