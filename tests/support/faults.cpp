@@ -26,6 +26,7 @@
 #include <unistd.h>
 #include <utime.h>
 #include <vector>
+#include <yaml.h>
 
 #include "support/aliases.hpp"
 #include "support/links.hpp"
@@ -231,6 +232,16 @@ WRAP_LOCK(pthread_rwlock_tryrdlock, (pthread_rwlock_t * l), (l))
 WRAP_LOCK(pthread_rwlock_wrlock, (pthread_rwlock_t * l), (l))
 WRAP_LOCK(pthread_rwlock_trywrlock, (pthread_rwlock_t * l), (l))
 WRAP_LOCK(pthread_rwlock_unlock, (pthread_rwlock_t * l), (l))
+WRAP(int, yaml_emitter_open, 0, (yaml_emitter_t * e), (e))
+WRAP(int, yaml_emitter_flush, 0, (yaml_emitter_t * e), (e))
+WRAP(int, yaml_emitter_close, 0, (yaml_emitter_t * e), (e))
+WRAP(int, yaml_document_start_event_initialize, 0,
+     (yaml_event_t * v, yaml_version_directive_t *d, yaml_tag_directive_t *s,
+      yaml_tag_directive_t *n, int i),
+     (v, d, s, n, i))
+WRAP(int, yaml_document_end_event_initialize, 0, (yaml_event_t * v, int i), (v, i))
+WRAP(int, yaml_mapping_end_event_initialize, 0, (yaml_event_t * v), (v))
+WRAP(int, yaml_sequence_end_event_initialize, 0, (yaml_event_t * v), (v))
 #undef WRAP
 #undef WRAP_NOTED
 #undef WRAP_LOCK
@@ -403,6 +414,13 @@ std::vector<hook> hooks = {
     HOOK(pthread_rwlock_wrlock),
     HOOK(pthread_rwlock_trywrlock),
     HOOK(pthread_rwlock_unlock),
+    HOOK(yaml_emitter_open),
+    HOOK(yaml_emitter_flush),
+    HOOK(yaml_emitter_close),
+    HOOK(yaml_document_start_event_initialize),
+    HOOK(yaml_document_end_event_initialize),
+    HOOK(yaml_mapping_end_event_initialize),
+    HOOK(yaml_sequence_end_event_initialize),
     HOOK(fprintf),
     HOOK(snprintf),
     HOOK(__isoc99_fscanf),

@@ -267,6 +267,10 @@ TEST_F(VrrpFailure, WithoutAnyMemoryEveryRecordIsSkippedAndNothingIsLeft)
     set_debug_flags(0);
     rename_over(record(3, daemon_master, 1, "red") + record(4, daemon_backup, 1, "red"));
     Faults faults;
+    faults.fail_always("calloc", ENOMEM);
+    EXPECT_EQ(update(), good);
+    EXPECT_EQ(lh_vrrp_group_members_num_get(1), 0);
+    faults.clear();
     faults.fail_always("malloc", ENOMEM);
     EXPECT_EQ(update(), good);
     EXPECT_EQ(lh_vrrp_group_members_num_get(1), 0);

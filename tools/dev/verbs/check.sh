@@ -17,6 +17,7 @@ verb_check() {
     step faults "./dev faults shows the table, build/logs/faults_*.log each fault" verb_faults
     tail -n 1 build/logs/faults.log
     ./dev soak 1
+    ./dev coverage
     run_tests tsan
     run_tests asan
 }
