@@ -81,6 +81,16 @@ names without(const names &all, const names &taken_away)
     return rest;
 }
 
+// The symbols of the interface in abi/ that was accepted for a processor.
+names accepted(const std::string &interface)
+{
+    static const std::regex symbol(R"re(<elf-symbol name="(\w+)")re");
+    names all;
+    for (std::sregex_iterator i(interface.begin(), interface.end(), symbol), last; i != last; ++i)
+        all.insert((*i)[1].str());
+    return all;
+}
+
 // The headers ------------------------------------------------------------------------------------
 
 std::string without_comments(std::string text)
@@ -235,6 +245,16 @@ TEST(Boundary, EverythingDeclaredIsInTheMap)
     const names all = exported();
     for (const auto &[name, headers] : declarations())
         EXPECT_TRUE(all.contains(name)) << name << " of " << headers.front();
+}
+
+TEST(Boundary, TheAcceptedInterfacesNameWhatTheMapNamesAndNoPlaceOnAMachine)
+{
+    for (const char *processor : {"aarch64", "x86_64"}) {
+        const std::string path = std::string(VYT_SOURCE_DIR) + "/abi/" + processor + ".abi";
+        const std::string interface = read_file(path);
+        EXPECT_EQ(accepted(interface), exported()) << processor << ": see ./dev abi";
+        EXPECT_EQ(interface.find("=\"/"), std::string::npos) << processor;
+    }
 }
 
 TEST(Boundary, TheDataObjectsHaveTheirSizesAndAreZeroAtLoad)
