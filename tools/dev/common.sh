@@ -55,6 +55,23 @@ need() {
     install_quietly "${missing[@]}"
 }
 
+# need_processor PROCESSOR [PACKAGE...]: installs what builds for a processor, as uname -m names it,
+# with these libraries for it. This machine's own needs no more than any build.
+need_processor() {
+    local processor=$1 architecture
+    [ "$processor" != "$(uname -m)" ] || return 0
+    case "$processor" in
+    aarch64) architecture=arm64 ;;
+    x86_64) architecture=amd64 ;;
+    *) fail "there is no cross compiler for $processor" ;;
+    esac
+    if ! dpkg --print-foreign-architectures | grep -qx "$architecture"; then
+        say "adding the architecture $architecture to dpkg"
+        as_root dpkg --add-architecture "$architecture"
+    fi
+    need "g++-${processor//_/-}-linux-gnu" "libyaml-dev:$architecture" "${@:2}"
+}
+
 # Shows on a terminal, until the process ends, the time and the log's last line.
 watch_log() {
     local pid=$1 log=$2 start=$SECONDS

@@ -18,6 +18,8 @@ verb_check() {
     tail -n 1 build/logs/faults.log
     ./dev soak 1
     ./dev coverage
+    ./dev abi
+    ./dev test --arm64
     run_tests tsan
     run_tests asan
 }
