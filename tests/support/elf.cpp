@@ -51,6 +51,7 @@ std::vector<elf_symbol> Elf::symbols(uint32_t type) const
         const bool placed = s.st_shndx != SHN_UNDEF && s.st_shndx < sections_.size();
         found.push_back({
             .name = text(sections_.at(symbols->sh_link), s.st_name),
+            .address = s.st_value,
             .size = s.st_size,
             .defined = s.st_shndx != SHN_UNDEF,
             .function = ELF64_ST_TYPE(s.st_info) == STT_FUNC,
