@@ -8,9 +8,13 @@ board_build() {
     cmake --build build/board --parallel "$jobs"
 }
 
+# shellcheck source=tools/dev/verbs/fuzz.sh
+source tools/dev/verbs/fuzz.sh
+
 verb_check() {
     build release VYThelpers
     step board-build "cmake --build build/board" board_build
+    verb_fuzz all 3
     run_tests tsan
     run_tests asan
 }
