@@ -125,7 +125,7 @@ void edit(lh_bf_t *bf, Bytes &plain, Input &input)
 {
     const unsigned operation = input.below(6);
     if (operation <= 2) {
-        check_bit(bf, plain, operation, input.byte() | input.byte() << 8);
+        check_bit(bf, plain, operation, input.number(2));
     } else if (operation == 3) {
         EXPECT_EQ(lh_bf_not(bf), 0);
         for (unsigned char &byte : plain)

@@ -100,7 +100,7 @@ void vyt::fuzz::prepare()
 
 void vyt::fuzz::run(Input input)
 {
-    const size_t start = input.byte() | input.byte() << 8;
+    const size_t start = input.number(2);
     const std::string stale = c_text(input.line());
     const std::string contents = input.rest();
     vyt::test::write_file(path, contents);

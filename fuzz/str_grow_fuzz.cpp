@@ -75,7 +75,8 @@ void vyt::fuzz::run(Input input)
     while (!input.is_empty()) {
         const unsigned operation = input.below(3);
         const unsigned size = input.byte();
-        const Parts parts = {input.below(5), static_cast<int>(input.word()), c_text(input.some())};
+        const Parts parts = {input.below(5), static_cast<int>(input.number(4)),
+                             c_text(input.some())};
         if (operation == 0) {
             EXPECT_EQ(call_with(parts,
                                 [&](const char *format, const char *text, int number) {

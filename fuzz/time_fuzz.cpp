@@ -120,7 +120,7 @@ void vyt::fuzz::run(Input input)
     const size_t size = input.below(64);
     Fields any;
     while (any.size() < 6)
-        any.push_back(static_cast<int>(input.word()));
+        any.push_back(static_cast<int>(input.number(4)));
     check_any_time(any, size);
-    check_uptime(input.word(), size);
+    check_uptime(input.number(4), size);
 }

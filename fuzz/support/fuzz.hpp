@@ -27,8 +27,8 @@ class Input {
     unsigned byte();
     // A number below the limit, at most 256, from one byte: a digit stands for itself.
     unsigned below(unsigned limit);
-    // Four bytes, the lowest first.
-    uint32_t word();
+    // So many bytes (up to 4), the lowest first.
+    uint32_t number(size_t size);
     // So many bytes, or what is left.
     std::string take(size_t size);
     // A length of at most `limit`, from one byte, then so many bytes.
