@@ -34,10 +34,11 @@ fuzz_reason() {
 fuzz_replay() {
     local target=$1 log="build/logs/fuzz-replay-$1.log"
     "$(fuzz_program "$target")" "$fuzz_corpus/$target"/* >"$log" 2>&1 </dev/null && return
+    local input
+    input=$(sed -n 's/^Running: //p' "$log" | tail -n 1)
     fuzz_reason "$log" >&2
-    printf 'dev: a kept input of %s fails: %s\n     Next: %s that file. The whole output is in %s\n' \
-        "$target" "$(sed -n 's/^Running: //p' "$log" | tail -n 1)" "$(fuzz_program "$target")" \
-        "$log" >&2
+    printf 'dev: a kept input of %s fails. The whole output is in %s\n' "$target" "$log" >&2
+    printf '     Next: %s %s\n' "$(fuzz_program "$target")" "$input" >&2
     return 1
 }
 
