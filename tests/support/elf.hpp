@@ -10,7 +10,7 @@ namespace vyt::test {
 
 struct elf_symbol {
     std::string name;
-    uint64_t address;
+    uint64_t address; // from where the object lies in memory
     uint64_t size;
     bool defined;
     bool function;

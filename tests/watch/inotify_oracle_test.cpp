@@ -23,16 +23,6 @@ void note_call(void *id)
     called.push_back(*static_cast<int *>(id));
 }
 
-// The text of an errno that no call has set is nobody's promise.
-std::vector<std::string> without_stray_reasons(std::vector<std::string> lines)
-{
-    for (size_t i = 1; i < lines.size(); i++) {
-        if (lines[i - 1].rfind("create_watch_fd: IS_NE", 0) == 0)
-            lines[i] = lines[i].substr(0, lines[i].rfind(':'));
-    }
-    return lines;
-}
-
 class Pair {
   public:
     Pair(unsigned seed, Faults &faults) : script_(seed), ours_(seed), theirs_(seed)

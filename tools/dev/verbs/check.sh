@@ -10,6 +10,8 @@ board_build() {
 
 # shellcheck source=tools/dev/verbs/faults.sh
 source tools/dev/verbs/faults.sh
+# shellcheck source=tools/dev/verbs/fuzz.sh
+source tools/dev/verbs/fuzz.sh
 
 verb_check() {
     build release VYThelpers
@@ -20,6 +22,7 @@ verb_check() {
     ./dev coverage
     ./dev abi
     ./dev test --arm64
+    verb_fuzz all 3
     run_tests tsan
     run_tests asan
 }
