@@ -23,6 +23,7 @@ verb_check() {
     ./dev abi
     ./dev test --arm64
     verb_fuzz all 3
+    ./dev package --test
     run_tests tsan
     run_tests asan
 }
