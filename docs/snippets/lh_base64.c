@@ -8,12 +8,15 @@
 static void there_and_back(const char *text)
 {
     size_t size = 0;
-    char *encoded = lh_base64_encode((const unsigned char *)text, strlen(text));
+    char *encoded =
+        lh_base64_encode((const unsigned char *)text, strlen(text));
     if (encoded == NULL)
         return;
-    unsigned char *decoded = lh_base64_decode(encoded, &size); /* no terminator: print by size */
+    /* no terminator: print by size */
+    unsigned char *decoded = lh_base64_decode(encoded, &size);
     if (decoded != NULL)
-        printf("%s is %.*s\n", encoded, (int)size, (const char *)decoded);
+        printf("%s is %.*s\n", encoded, (int)size,
+               (const char *)decoded);
     free(decoded);
     free(encoded);
 }
@@ -21,7 +24,8 @@ static void there_and_back(const char *text)
 static void as_digits(const char *base64)
 {
     char *hex = lh_base64_to_hex(base64, strlen(base64));
-    char *again = hex != NULL ? lh_hex_to_base64(hex, strlen(hex)) : NULL;
+    char *again =
+        hex != NULL ? lh_hex_to_base64(hex, strlen(hex)) : NULL;
     if (again != NULL)
         printf("%s is %s is %s\n", base64, hex, again);
     free(again);

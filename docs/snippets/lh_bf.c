@@ -1,4 +1,5 @@
-/* The ports of a switch as bits: kept as digits in a file, combined, and counted. */
+/* The ports of a switch as bits: kept as digits in a file, combined, and
+ * counted. */
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -10,7 +11,8 @@ static void show(const char *what, const lh_bf_t *ports)
     char *bits = lh_bf_strdup(ports);
     if (bits == NULL)
         return;
-    printf("%s: %s, %d of %zu set\n", what, bits, lh_bf_popcount(ports), lh_bf_n_bits_get(ports));
+    printf("%s: %s, %d of %zu set\n", what, bits, lh_bf_popcount(ports),
+           lh_bf_n_bits_get(ports));
     free(bits);
 }
 
@@ -28,10 +30,14 @@ static lh_bf_t *copy_through_text(const lh_bf_t *ports)
 {
     char *digits = malloc(lh_bf_hex_str_size_get(ports));
     lh_bf_t *copy = NULL;
-    if (digits != NULL && lh_bf_stringize_hex(ports, digits, lh_bf_hex_str_size_get(ports)) == 0) {
+    if (digits != NULL &&
+        lh_bf_stringize_hex(ports, digits,
+                            lh_bf_hex_str_size_get(ports)) == 0) {
         printf("saved as %s\n", digits);
-        copy = lh_bf_alloc(NULL, lh_bf_size_for_hex_str_get(strlen(digits)));
-        if (copy != NULL && lh_bf_hex_str_parse(copy, digits, strlen(digits)) != 0) {
+        copy = lh_bf_alloc(NULL,
+                           lh_bf_size_for_hex_str_get(strlen(digits)));
+        if (copy != NULL &&
+            lh_bf_hex_str_parse(copy, digits, strlen(digits)) != 0) {
             lh_bf_free(copy);
             copy = NULL;
         }
@@ -63,10 +69,11 @@ int main(void)
     show_idle(used, up);
 
     size_t port = 15;
-    if (!lh_bf_bit_out_of_range(up, port)) /* one that is out of range is logged */
+    /* one that is out of range is logged */
+    if (!lh_bf_bit_out_of_range(up, port))
         lh_bf_bit_set(up, port);
-    printf("%zu bytes of text; the highest of 3, 9 and 15 is %d\n", lh_bf_str_size_get(up),
-           _lh_max_int_get(3, 9, 15, -1));
+    printf("%zu bytes of text; the highest of 3, 9 and 15 is %d\n",
+           lh_bf_str_size_get(up), _lh_max_int_get(3, 9, 15, -1));
     lh_bf_free(used);
     lh_bf_free(up);
     return 0;

@@ -1,4 +1,5 @@
-/* A function of a daemon that checks its arguments. Each check that fires writes its line. */
+/* A function of a daemon that checks its arguments. Each check that
+ * fires writes its line. */
 #define _GNU_SOURCE 1
 
 #include <stdio.h>
@@ -16,7 +17,8 @@ struct port {
     unsigned speed;
 };
 
-static int port_init(struct port *port, const char *name, int number, unsigned speed)
+static int port_init(struct port *port, const char *name, int number,
+                     unsigned speed)
 {
     if (PTR_IS_NULL(port) || PTR_IS_NULL(name))
         return -1;
@@ -30,7 +32,8 @@ static int port_init(struct port *port, const char *name, int number, unsigned s
     return 0;
 }
 
-static int port_move(struct port *port, int number, unsigned owner, unsigned owners)
+static int port_move(struct port *port, int number, unsigned owner,
+                     unsigned owners)
 {
     if (IS_EQ(number, port->number)) /* it is there already */
         return -1;
@@ -57,12 +60,16 @@ int main(void)
 {
     struct port port = {0};
     openlog("ports", LOG_PID, LOG_DAEMON);
-    printf("%d\n", port_init(NULL, "eth0", 1, 100));   /* PTR_IS_NULL: port */
-    printf("%d\n", port_init(&port, "eth0", -1, 100)); /* IS_LT check failed: number (-1 < 0) !!! */
+    /* PTR_IS_NULL: port */
+    printf("%d\n", port_init(NULL, "eth0", 1, 100));
+    /* IS_LT check failed: number (-1 < 0) !!! */
+    printf("%d\n", port_init(&port, "eth0", -1, 100));
     printf("%d\n", port_init(&port, "eth0", 1, 100));
-    printf("%d\n", port_move(&port, 3, 0, 2)); /* IS_NE check failed: number % 2 (1 != 0) !!! */
+    /* IS_NE check failed: number % 2 (1 != 0) !!! */
+    printf("%d\n", port_move(&port, 3, 0, 2));
     printf("%d\n", port_move(&port, 2, 0, 2));
-    printf("%d\n", port_save(&port, "missing")); /* IS_NOT: access(path, F_OK) == 0 */
+    /* IS_NOT: access(path, F_OK) == 0 */
+    printf("%d\n", port_save(&port, "missing"));
     return 0;
 }
 

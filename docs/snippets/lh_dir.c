@@ -1,4 +1,5 @@
-/* A daemon's spool directory: made, measured, counted, cleared and removed. */
+/* A daemon's spool directory: made, measured, counted, cleared and
+ * removed. */
 #include <inttypes.h>
 #include <stdio.h>
 #include <unistd.h>
@@ -6,7 +7,8 @@
 #include <lh_dir.h>
 #include <lh_file.h>
 
-/* The directory and its parents; all are there afterwards, whoever made them. */
+/* The directory and its parents; all are there afterwards, whoever made
+ * them. */
 static int make_spool(const char *path)
 {
     lh_dir_lookup_opts opts = {.flags = LH_DIR_DESCEND};
@@ -24,15 +26,18 @@ static int count_file(const char *path, unsigned char type, void *cookie)
 static unsigned count_files(const char *path)
 {
     unsigned files = 0;
-    lh_dir_lookup_opts opts = {.flags = LH_DIR_DESCEND | LH_DIR_CALLBACK, .callback = count_file};
+    lh_dir_lookup_opts opts = {.flags = LH_DIR_DESCEND | LH_DIR_CALLBACK,
+                               .callback = count_file};
     return lh_dir_lookup(path, &opts, &files) == 0 ? files : 0;
 }
 
-/* Only what stands in the directory itself; lh_dir_size() is the whole tree. */
+/* Only what stands in the directory itself; lh_dir_size() is the whole
+ * tree. */
 static uint64_t size_without_subdirectories(const char *path)
 {
     uint64_t size = 0;
-    lh_dir_lookup_opts opts = {.flags = LH_DIR_CALLBACK, .callback = lh_dir_cb_size};
+    lh_dir_lookup_opts opts = {.flags = LH_DIR_CALLBACK,
+                               .callback = lh_dir_cb_size};
     return lh_dir_lookup(path, &opts, &size) == 0 ? size : 0;
 }
 
@@ -48,7 +53,8 @@ int main(void)
     lh_file_write("spool/first", "1234", 4);
     lh_file_write("spool/new/second", "12345", 5);
     printf("%u files\n", count_files("spool"));
-    printf("%d\n", lh_dir_size("spool") > size_without_subdirectories("spool"));
+    printf("%d\n",
+           lh_dir_size("spool") > size_without_subdirectories("spool"));
     printf("%d\n", lh_dir_chown_recursive("spool", getuid(), getgid()));
 
     printf("%d\n", lh_dir_clear("spool")); /* empty now */

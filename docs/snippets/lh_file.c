@@ -55,7 +55,8 @@ static void read_behind_the_header(FILE *file)
 {
     char event[80];
     rewind(file);
-    if (lh_file_skip_lines(file, 1) == 0 && fscanf(file, "%79s", event) == 1)
+    if (lh_file_skip_lines(file, 1) == 0 &&
+        fscanf(file, "%79s", event) == 1)
         printf("behind the first line: %s\n", event);
 }
 
@@ -71,9 +72,11 @@ static void show_contents(const char *path)
 
 static void describe(const char *path)
 {
-    printf("%s: %s, %zu bytes, mode %o\n", path, lh_file_is_reg(path) ? "file" : "no file",
+    printf("%s: %s, %zu bytes, mode %o\n", path,
+           lh_file_is_reg(path) ? "file" : "no file",
            lh_file_size_get(path), lh_file_get_mode(path) & 07777);
-    if (lh_file_is_lnk(path)) /* never true: a link counts as what it leads to */
+    /* never true: a link counts as what it leads to */
+    if (lh_file_is_lnk(path))
         printf("%s: link\n", path);
 }
 
@@ -81,21 +84,26 @@ static void copy(const char *path)
 {
     if (lh_copy_file(path, "copy", 0600) == 0)
         describe("copy");
-    printf("%d bytes inside the kernel\n", lh_fast_copy_file(path, "fast", 0600, 0));
+    printf("%d bytes inside the kernel\n",
+           lh_fast_copy_file(path, "fast", 0600, 0));
     lh_file_permissions_add("fast", 0040);
     describe("fast");
-    printf("two files: %d\n", lh_file_get_inode("copy") != lh_file_get_inode("fast"));
+    printf("two files: %d\n",
+           lh_file_get_inode("copy") != lh_file_get_inode("fast"));
 }
 
-/* A file that came from another system. The name is safe for the shell. */
+/* From another system; the name is safe for the shell. */
 static int accept_foreign_file(const char *path)
 {
-    return lh_file_is_empty(path) ? -1 : lh_file_convert_to_unix_format(path, path);
+    return lh_file_is_empty(path)
+               ? -1
+               : lh_file_convert_to_unix_format(path, path);
 }
 
 static void clean_up(void)
 {
-    lh_file_rm("maybe-there");  /* an absent file is no error worth a line */
+    /* an absent file is no error worth a line */
+    lh_file_rm("maybe-there");
     lh_file_rm_nocheck("copy"); /* also a dangling link */
     printf("%d\n", lh_file_is_exist("copy"));
 }
@@ -103,7 +111,8 @@ static void clean_up(void)
 static void show_program(const char *command_line)
 {
     char program[32], path[64];
-    if (lh_basename(command_line, program, sizeof(program), path, sizeof(path)) == 0)
+    if (lh_basename(command_line, program, sizeof(program), path,
+                    sizeof(path)) == 0)
         printf("%s is %s\n", path, program);
 }
 

@@ -9,7 +9,8 @@ static void add_interface(lh_list *names, const char *name, int urgent)
 {
     size_t size = strlen(name) + 1;
     /* 1 is success here. */
-    int added = urgent ? lh_list_add(names, name, size) : lh_list_add_tail(names, name, size);
+    int added = urgent ? lh_list_add(names, name, size)
+                       : lh_list_add_tail(names, name, size);
     if (!added)
         printf("no memory for %s\n", name);
 }
@@ -24,12 +25,14 @@ static void look_up(const lh_list *names)
 {
     char name[8] = "eth1"; /* as long as the longest element, at least */
     printf("eth1: %d\n", lh_list_contains(names, name));
-    printf("any VLAN: %d\n", lh_list_contains_ex(names, "vlan", starts_with));
+    printf("any VLAN: %d\n",
+           lh_list_contains_ex(names, "vlan", starts_with));
 }
 
 static void walk(const lh_list *names)
 {
-    for (const lh_list *link = names->next; link != names; link = link->next)
+    for (const lh_list *link = names->next; link != names;
+         link = link->next)
         printf("%s\n", (const char *)((const lh_list_node *)link)->data);
 }
 

@@ -1,4 +1,5 @@
-/* VRFs by name: comparing them, opening a socket in one, and finding out where one is. */
+/* VRFs by name: comparing them, opening a socket in one, and finding out
+ * where one is. */
 #define _GNU_SOURCE 1
 
 #include <fcntl.h>
@@ -15,7 +16,8 @@
 
 static void describe(const char *vrf)
 {
-    printf("%s: index %d%s\n", lh_netns_stringize(vrf), lh_netns_map_get_idx(vrf),
+    printf("%s: index %d%s\n", lh_netns_stringize(vrf),
+           lh_netns_map_get_idx(vrf),
            lh_netns_is_default(vrf) ? ", the default one" : "");
 }
 

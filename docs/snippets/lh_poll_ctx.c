@@ -16,7 +16,8 @@ static int on_command(int fd, void *arg)
     struct daemon *daemon = arg;
     char command;
     if (read(fd, &command, 1) != 1) {
-        lh_poll_ctx_fd_del(&daemon->loop, fd); /* the writer has gone: nothing more will come */
+        /* the writer has gone: nothing more will come */
+        lh_poll_ctx_fd_del(&daemon->loop, fd);
         return -1;
     }
     printf("command %c\n", command);
@@ -32,10 +33,10 @@ static int on_pass(lh_poll_ctx *loop, void *arg)
     struct daemon *daemon = arg;
     daemon->passes++;
     for (uint64_t i = 0; i < loop->pfd_num; i++) {
-        struct pollfd *entry = loop->pfd[i].fd;
-        if ((entry->revents & (POLLHUP | POLLIN)) ==
-            POLLHUP) { /* never dispatched: it would spin */
-            lh_poll_ctx_fd_del(loop, entry->fd);
+        struct pollfd *fd = loop->pfd[i].fd;
+        /* Hung up, nothing to read: never dispatched, it would spin. */
+        if ((fd->revents & (POLLHUP | POLLIN)) == POLLHUP) {
+            lh_poll_ctx_fd_del(loop, fd->fd);
             break;
         }
     }
@@ -45,9 +46,11 @@ static int on_pass(lh_poll_ctx *loop, void *arg)
 static int start(struct daemon *daemon, int commands)
 {
     daemon->loop.timeout = 1000; /* at most a second a pass */
-    if (lh_poll_ctx_on_each_event_cb_set(&daemon->loop, on_pass, daemon) != 0)
+    if (lh_poll_ctx_on_each_event_cb_set(&daemon->loop, on_pass,
+                                         daemon) != 0)
         return -1;
-    return lh_poll_ctx_fd_add(&daemon->loop, "commands", commands, on_command, daemon);
+    return lh_poll_ctx_fd_add(&daemon->loop, "commands", commands,
+                              on_command, daemon);
 }
 
 static void run(struct daemon *daemon)
@@ -63,7 +66,8 @@ int main(void)
     int pipe_fds[2];
     if (pipe(pipe_fds) != 0 || start(&daemon, pipe_fds[0]) != 0)
         return 1;
-    printf("registered as %s\n", lh_poll_ctx_fd_get(&daemon.loop, pipe_fds[0])->name);
+    printf("registered as %s\n",
+           lh_poll_ctx_fd_get(&daemon.loop, pipe_fds[0])->name);
     if (write(pipe_fds[1], "aq", 2) != 2)
         return 1;
     run(&daemon);

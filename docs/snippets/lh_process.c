@@ -6,28 +6,34 @@
 #include <lh_file.h>
 #include <lh_process.h>
 
-/* Is the process of the pid file one of ours? A file that was left behind may name any process. */
+/* Is the process of the pid file one of ours? A file that was left
+ * behind may name any process. */
 static int is_running(const char *pid_file)
 {
-    if (!lh_file_is_exist(pid_file)) /* reading a missing one would log an error */
+    /* reading a missing one would log an error */
+    if (!lh_file_is_exist(pid_file))
         return 0;
     int pid = lh_read_pid_file(pid_file);
     if (pid <= 0)
         return 0;
-    return strcmp(lh_process_name_get_by_pid(pid), lh_process_self_name_get()) == 0;
+    return strcmp(lh_process_name_get_by_pid(pid),
+                  lh_process_self_name_get()) == 0;
 }
 
 static void introduce(void)
 {
     int pid = lh_process_self_pid_get();
     printf("pid is right: %d\n", pid == getpid());
-    printf("%s, thread %s\n", lh_process_self_name_get(), lh_process_name_get_by_itid(pid, pid));
+    printf("%s, thread %s\n", lh_process_self_name_get(),
+           lh_process_name_get_by_itid(pid, pid));
 }
 
 /* Seldom: each call costs a descriptor. */
 static void look_for(const char *program)
 {
-    printf("%s: %s\n", program, lh_process_pid_get_by_name(program) > 0 ? "runs" : "does not run");
+    printf("%s: %s\n", program,
+           lh_process_pid_get_by_name(program) > 0 ? "runs"
+                                                   : "does not run");
 }
 
 int main(void)

@@ -6,7 +6,8 @@
 
 static int give_reason(const char *reason, const char *path)
 {
-    return lh_reload_reason_write(reason, path, false); /* true: with the time */
+    /* true: with the time */
+    return lh_reload_reason_write(reason, path, false);
 }
 
 int main(void)

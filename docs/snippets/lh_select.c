@@ -9,7 +9,7 @@ static void show(const fd_set *set, int nfds)
     char *text = lh_select_fdset_strdup(set, nfds);
     if (text == NULL)
         return;
-    printf("%d: %s\n", lh_select_fdset_fds_cnt_get(set, nfds), text);
+    printf("%d: [%s]\n", lh_select_fdset_fds_cnt_get(set, nfds), text);
     free(text);
 }
 
@@ -20,10 +20,11 @@ int main(void)
     FD_SET(3, &set);
     FD_SET(5, &set);
     show(&set, 6);
-    lh_select_fdset_print(&set, 6); /* writes nothing, in spite of its name */
+    /* writes nothing, in spite of its name */
+    lh_select_fdset_print(&set, 6);
     return 0;
 }
 
 /* Prints:
- * 2: 3 5 
+ * 2: [3 5 ]
  */

@@ -7,7 +7,8 @@
 #include <lh_shell_cmd.h>
 #include <lh_timer.h>
 
-/* Blanks and control characters are not escaped: a value with one of them is refused. */
+/* Blanks and control characters are not escaped: a value with one of
+ * them is refused. */
 static int is_safe(const char *value)
 {
     for (; *value != '\0'; value++) {
@@ -23,7 +24,8 @@ static int is_safe(const char *value)
 static int on_progress(void *arg)
 {
     ++*(int *)arg;
-    return 0; /* anything else gives the run up, and leaves the child behind */
+    /* anything else gives the run up, and leaves the child behind */
+    return 0;
 }
 
 static int print_value(const char *value)
@@ -41,14 +43,17 @@ static int print_value(const char *value)
         return -1;
     fflush(stdout);
     /* Null: there was nothing to escape in it. */
-    int rc = lh_shell_cmd_run(&opts, "echo %s", escaped != NULL ? escaped : value);
+    int rc = lh_shell_cmd_run(&opts, "echo %s",
+                              escaped != NULL ? escaped : value);
     if (rc != 0 && getpid() != self)
-        _exit(127); /* without /bin/sh the call returns in the child, too */
+        /* without /bin/sh the call returns in the child, too */
+        _exit(127);
     free(escaped);
     return rc == 0 ? opts.exit_code : -1;
 }
 
-/* Another language, other rules: a backslash before each quote of a string. */
+/* Another language, other rules: a backslash before each quote of a
+ * string. */
 static void show_quoted(const char *value)
 {
     char *quoted = NULL;

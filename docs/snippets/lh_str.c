@@ -5,7 +5,7 @@
 
 #include <lh_str.h>
 
-/* In place, in a buffer that was zeroed: inserting writes no terminator. */
+/* In a buffer that was zeroed: inserting writes no terminator. */
 static void edit_in_place(void)
 {
     char name[16] = "eth0";
@@ -13,12 +13,14 @@ static void edit_in_place(void)
     lh_str_insert_chr(name, sizeof(name), name, '_');
     lh_str_replace_symbol(name, '.', '-');
     lh_str_toupper(name, sizeof(name));
-    printf("%s with %zu zeros\n", name, lh_str_chr_cnt_get(name, strlen(name), '0'));
+    printf("%s with %zu zeros\n", name,
+           lh_str_chr_cnt_get(name, strlen(name), '0'));
     lh_str_tolower(name, sizeof(name));
     printf("%s\n", name);
 }
 
-/* A list that grows. A failed step frees it, so one look at the end is enough. */
+/* A list that grows. A failed step frees it, so one look at the end is
+ * enough. */
 static char *join(const char *const *names, int count)
 {
     char *list = NULL;
@@ -39,14 +41,16 @@ static void put_in_brackets(char **text)
 static void quote(const char *text)
 {
     char *quoted = NULL; /* stays null when there is nothing to do */
-    if (lh_str_insert_str_before_each_of_chrs(text, "\\", "'", &quoted) == 0)
+    if (lh_str_insert_str_before_each_of_chrs(text, "\\", "'",
+                                              &quoted) == 0)
         printf("%s\n", quoted != NULL ? quoted : text);
     free(quoted);
 }
 
 static int make_path(char *path, size_t size, int pid)
 {
-    return _lh_snprintf(path, size, "/run/worker.%d", pid); /* -1 when it does not fit */
+    /* -1 when it does not fit */
+    return _lh_snprintf(path, size, "/run/worker.%d", pid);
 }
 
 static void show_digits(const char *text)
@@ -55,7 +59,8 @@ static void show_digits(const char *text)
     char *hex = lh_str_to_hex(text);
     char *again = hex != NULL ? lh_hex_to_str(hex) : NULL;
     if (again != NULL && hex2bin(bytes, hex, sizeof(bytes)) == 0)
-        printf("%s is %s, from %u and %u on\n", again, hex, bytes[0], bytes[1]);
+        printf("%s is %s, from %u and %u on\n", again, hex, bytes[0],
+               bytes[1]);
     free(again);
     free(hex);
 }

@@ -10,7 +10,8 @@ static void show_uptime(unsigned seconds)
         printf("up %s\n", text);
 }
 
-/* A text that is no time gives 0 as well: only tm_sec, which comes last, tells. */
+/* A text that is no time gives 0 as well: only tm_sec, which comes last,
+ * tells. */
 static int parse(const char *text, struct tm *time)
 {
     time->tm_sec = -1;
@@ -23,7 +24,8 @@ int main(void)
     struct tm time = {0};
     show_uptime(90061);
     printf("%d\n", parse("yesterday", &time));
-    if (parse("2024-03-05 07:08:09", &time) == 0 && lh_strtime(text, sizeof(text), &time) == 0)
+    if (parse("2024-03-05 07:08:09", &time) == 0 &&
+        lh_strtime(text, sizeof(text), &time) == 0)
         printf("%s\n", text);
     return 0;
 }

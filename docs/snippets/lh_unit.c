@@ -7,7 +7,8 @@
 static void introduce(void)
 {
     int now, next;
-    if (lh_unit_ids_get(&now, &next) == 0 && lh_unit_id_after_reboot_get(&next) == 0)
+    if (lh_unit_ids_get(&now, &next) == 0 &&
+        lh_unit_id_after_reboot_get(&next) == 0)
         printf("unit %d, %d after the next reboot\n", now, next);
 }
 
@@ -25,7 +26,8 @@ static int record_for_peer(lh_unit_t *unit)
 
 static int stand_alone(void)
 {
-    lh_unit_t unit = {LH_UNIT_MODE_STANDALONE, LH_UNIT_MODE_STANDALONE, 1, 1, 1};
+    lh_unit_t unit = {LH_UNIT_MODE_STANDALONE, LH_UNIT_MODE_STANDALONE,
+                      1, 1, 1};
     return lh_unit_set(&unit);
 }
 

@@ -1,4 +1,5 @@
-/* A daemon that wants to know whether group 1, and an instance in the VRF blue, are master. */
+/* A daemon that wants to know whether group 1, and an instance in the
+ * VRF blue, are master. */
 #include <stdint.h>
 #include <stdio.h>
 #include <string.h>
@@ -23,10 +24,14 @@ static int on_readable(int fd, void *arg)
 {
     (void)fd, (void)arg;
     lh_vrrp_info_update();
-    const char *status = lh_vrrp_status_stringize(lh_vrrp_group_status_get(1));
-    printf("group 1: %s, master %d, backup %d\n", status, lh_vrrp_group_status_is_master(1),
+    const char *status =
+        lh_vrrp_status_stringize(lh_vrrp_group_status_get(1));
+    printf("group 1: %s, master %d, backup %d\n", status,
+           lh_vrrp_group_status_is_master(1),
            lh_vrrp_group_status_is_backup(1));
-    printf("blue:30: %s\n", lh_vrrp_status_stringize(lh_vrrp_instance_status_get("blue", 30)));
+    printf("blue:30: %s\n",
+           lh_vrrp_status_stringize(
+               lh_vrrp_instance_status_get("blue", 30)));
     return 0;
 }
 
@@ -39,7 +44,8 @@ static void show_members(uint32_t group)
         printf("%s\n", names[i]);
 }
 
-/* After an overflow of the kernel's queue: the descriptor is a new one from here on. */
+/* After an overflow of the kernel's queue: the descriptor is a new one
+ * from here on. */
 static int start_over(void)
 {
     int fd = lh_vrrp_info_restart();
@@ -54,7 +60,8 @@ static void stop(void)
     lh_vrrp_info_deinit();
 }
 
-/* What the VRRP daemon does: records of 576 bytes, written aside and renamed into place. */
+/* What the VRRP daemon does: records of 576 bytes, written aside and
+ * renamed into place. */
 static void publish(int vrid, int state, int group, const char *netns)
 {
     char record[576] = {0};
@@ -78,7 +85,8 @@ int main(void)
     publish(30, 1, 0, "blue");
     on_readable(fd, NULL);
     stop();
-    return shmem_init_err_t == 0 && garp_delay == 0 ? 0 : 1; /* the daemons' own, never touched */
+    /* the daemons' own, never touched */
+    return shmem_init_err_t == 0 && garp_delay == 0 ? 0 : 1;
 }
 
 /* Prints:

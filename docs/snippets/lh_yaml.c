@@ -12,7 +12,8 @@ static int put_vrfs(yaml_emitter_t *emitter, yaml_event_t *event)
     rc |= yaml_scalar_event_var(emitter, event, "red");
     rc |= yaml_sequence_event(emitter, event, 0);
     rc |= yaml_set_var_char(emitter, event, "ports");
-    rc |= yaml_block_sequence_event(emitter, event, 1); /* on one line, in spite of its name */
+    /* on one line, in spite of its name */
+    rc |= yaml_block_sequence_event(emitter, event, 1);
     rc |= yaml_scalar_event_var(emitter, event, "22");
     rc |= yaml_scalar_event_var(emitter, event, "830");
     return rc | yaml_block_sequence_event(emitter, event, 0);
@@ -30,7 +31,8 @@ static int put_service(yaml_emitter_t *emitter, yaml_event_t *event)
     return rc | yaml_mapping_event(emitter, event, 0);
 }
 
-/* One look at the end is enough: a failed step makes all later ones fail. */
+/* One look at the end is enough: a failed step makes all later ones
+ * fail. */
 static int write_config(FILE *file)
 {
     yaml_emitter_t emitter = {0};
@@ -38,7 +40,8 @@ static int write_config(FILE *file)
     int rc = yaml_prepare_data(&emitter, &event, file);
     rc |= put_service(&emitter, &event);
     rc |= put_vrfs(&emitter, &event);
-    rc |= yaml_close_data(&emitter, &event, file); /* to be called after a failure, too */
+    /* to be called after a failure, too */
+    rc |= yaml_close_data(&emitter, &event, file);
     return rc;
 }
 

@@ -14,7 +14,8 @@ static const char *check_name(const char *name)
 
 static int reset_settings(void)
 {
-    return syslog_ipsec_set_default_ipsec_log_config(1) == 0 ? 0 : -1; /* 1 is its failure */
+    /* 1 is its failure */
+    return syslog_ipsec_set_default_ipsec_log_config(1) == 0 ? 0 : -1;
 }
 
 int main(void)
@@ -22,7 +23,9 @@ int main(void)
     printf("%s\n", check_name("ike"));
     printf("%s\n", check_name("IKE"));
     printf("%d\n", reset_settings());
-    printf("%d\n", lh_file_is_empty("/mnt/config/etc/config/vyt/debug/subsystems.conf"));
+    printf("%d\n",
+           lh_file_is_empty(
+               "/mnt/config/etc/config/vyt/debug/subsystems.conf"));
     return 0;
 }
 

@@ -1,4 +1,5 @@
-/* The debug flags of the WireGuard module: kept across reboots, and put into force. */
+/* The debug flags of the WireGuard module: kept across reboots, and put
+ * into force. */
 #include <stdio.h>
 
 #include <syslog_wireguard.h>
@@ -32,7 +33,8 @@ static int switch_on(const char *name)
 int main(void)
 {
     syslog_wireguard_flags_t flags = {0, 0};
-    if (apply_saved() != 0 || switch_on("dbg") != 0 || apply_saved() != 0)
+    if (apply_saved() != 0 || switch_on("dbg") != 0 ||
+        apply_saved() != 0)
         return 1;
     if (syslog_wireguard_read_flags_from_proc_file(&flags) != 0)
         return 1;

@@ -93,21 +93,26 @@ def read_sources(text: str) -> list[Source]:
 def read_stanza(entries: list[tuple[str, str]], group: str) -> list[Line]:
     single = {key: text for key, text in entries if key != "operand"}
     operands = [text for key, text in entries if key == "operand"]
-    missing = [key for key in ("line", "kind", "meaning", "action") if not single.get(key)]
-    if missing or not (operands or single.get("function")):
-        raise CatalogueError(f"{single.get('line')}: no {', '.join(missing) or 'function'}")
+    wanted = ("line", "kind") + (() if operands else ("function", "meaning", "action"))
+    missing = [key for key in wanted if not single.get(key)]
+    if missing:
+        raise CatalogueError(f"{single.get('line')}: no {', '.join(missing)}")
     if single["kind"] not in PREFIXES:
         raise CatalogueError(f"{single['line']}: there is no kind {single['kind']}")
     common = {"template": single["line"], "kind": single["kind"], "group": group,
-              "values": single.get("values", ""), "action": single["action"]}  # fmt: skip
+              "values": single.get("values", "")}  # fmt: skip
     if not operands:
         sources = read_sources(single["function"])
-        return [Line(operand="", sources=sources, meaning=single["meaning"], **common)]
+        return [Line(operand="", sources=sources, meaning=single["meaning"],
+                     action=single["action"], **common)]  # fmt: skip
     lines = []
     for row in operands:
-        operand, functions, meaning = (part.strip() for part in row.split(" | "))
-        meaning = f"{single['meaning']} {meaning}"
-        lines.append(Line(operand=operand, sources=read_sources(functions), meaning=meaning, **common))
+        operand, functions, meaning, *action = (part.strip() for part in row.split(" | "))
+        what_to_do = action[0] if action else single.get("action")
+        if not what_to_do:
+            raise CatalogueError(f"{single['line']}: {operand}: no action")
+        lines.append(Line(operand=operand, sources=read_sources(functions), meaning=meaning,
+                          action=what_to_do, **common))  # fmt: skip
     return lines
 
 

@@ -11,6 +11,7 @@ board_build() {
 verb_check() {
     build release VYThelpers
     step board-build "cmake --build build/board" board_build
+    step reference "./dev reference" ./dev reference
     run_tests tsan
     run_tests asan
 }
