@@ -10,15 +10,15 @@ from pathlib import Path
 SOURCE = Path(__file__).resolve().parents[2]
 sys.path.insert(0, str(SOURCE / "tools" / "reference"))
 
-import call_sites  # noqa: E402
-import log_lines  # noqa: E402
+import call_sites
+import log_lines
 
 FORMAT_START = ("<%s(%lu):%s:%d> ", "<%s:%d> ", "%%%s-%s-%s: ")
 
 
 def section(elf: bytes, wanted: bytes) -> bytes:
     """A section of a little-endian ELF object of 64 bits."""
-    table, = struct.unpack_from("<Q", elf, 0x28)
+    (table,) = struct.unpack_from("<Q", elf, 0x28)
     size, count, names = struct.unpack_from("<HHH", elf, 0x3A)
     headers = [struct.unpack_from("<IIQQQQ", elf, table + i * size) for i in range(count)]
     text = headers[names][4]
@@ -73,9 +73,10 @@ class TheCatalogueAndTheSources(unittest.TestCase):
     @classmethod
     def lines_of(cls, site: call_sites.Site) -> list[log_lines.Line]:
         return [
-            line for line in cls.by_format.get(unsigned(site.format), [])
+            line
+            for line in cls.by_format.get(unsigned(site.format), [])
             if line.kind.startswith(site.flag) and site.text in (line.operand, call_sites.UNKNOWN)
-        ]  # fmt: skip
+        ]
 
     def test_EveryLineThatTheSourcesWriteIsInTheCatalogue(self) -> None:
         missing = [site for site in self.sites if not self.lines_of(site)]

@@ -14,8 +14,8 @@ from pathlib import Path
 SOURCE = Path(__file__).resolve().parents[2]
 sys.path.insert(0, str(SOURCE / "tools" / "reference"))
 
-import log_lines  # noqa: E402
-import model  # noqa: E402
+import log_lines
+import model
 
 REFERENCE = Path(os.environ["VYT_REFERENCE_DIR"])
 MAN, HTML = REFERENCE / "man", REFERENCE / "html"
@@ -46,13 +46,16 @@ OBJECTS = {"garp_delay", "shmem_init_err_t"}
 
 
 def pages(section: int, links: bool = False) -> set[str]:
-    return {path.name.removesuffix(f".{section}")
-            for path in (MAN / f"man{section}").iterdir() if path.is_symlink() == links}  # fmt: skip
+    return {
+        path.name.removesuffix(f".{section}")
+        for path in (MAN / f"man{section}").iterdir()
+        if path.is_symlink() == links
+    }
 
 
 def sections(name: str) -> dict[str, str]:
     text = (MAN / "man3" / f"{name}.3").read_text()
-    parts = re.split(r'^\.SH (.*)\n', text, flags=re.M)
+    parts = re.split(r"^\.SH (.*)\n", text, flags=re.M)
     return dict(zip(parts[1::2], parts[2::2]))
 
 
@@ -69,8 +72,16 @@ class TheManualPages(unittest.TestCase):
             self.assertRegex((SOURCE / "include" / header).read_text(), rf"\b{name}\b")
 
     def test_EveryFunctionHasEverySection(self) -> None:
-        wanted = {"NAME", "SYNOPSIS", "DESCRIPTION", "ERRORS", "LOG LINES", "ATTRIBUTES", "EXAMPLE",
-                  "SEE ALSO"}  # fmt: skip
+        wanted = {
+            "NAME",
+            "SYNOPSIS",
+            "DESCRIPTION",
+            "ERRORS",
+            "LOG LINES",
+            "ATTRIBUTES",
+            "EXAMPLE",
+            "SEE ALSO",
+        }
         for name in set(DOCUMENTED) - OBJECTS:
             found = sections(name)
             prototype = found["SYNOPSIS"].partition(name)
@@ -94,13 +105,19 @@ class TheManualPages(unittest.TestCase):
 
     def test_NothingAboutThemIsOdd(self) -> None:
         files = sorted(str(path.relative_to(MAN)) for path in MAN.glob("man*/*"))
-        for command in (["mandoc", "-Tlint", "-W", "warning"], ["groff", "-man", "-Tutf8", "-ww", "-z"]):
+        for command in (
+            ["mandoc", "-Tlint", "-W", "warning"],
+            ["groff", "-man", "-Tutf8", "-ww", "-z"],
+        ):
             run = subprocess.run([*command, *files], cwd=MAN, capture_output=True, text=True)
             self.assertEqual(run.stdout + run.stderr, "")
 
     def test_EachCanBeFoundByItsName(self) -> None:
-        paths = {MAN / f"man{section}" / f"{name}.{section}": name
-                 for section in (3, 7) for name in pages(section)}  # fmt: skip
+        paths = {
+            MAN / f"man{section}" / f"{name}.{section}": name
+            for section in (3, 7)
+            for name in pages(section)
+        }
         run = subprocess.run(["lexgrog", *paths], capture_output=True, text=True)
         self.assertEqual(run.returncode, 0, run.stdout)
         found = set(re.findall(r'^(.*): "(\S+) - ', run.stdout, flags=re.M))
@@ -190,8 +207,9 @@ class TheSource(unittest.TestCase):
 
     def test_AMissingFieldOfTheContractIsFound(self) -> None:
         gaps = self.gaps_after("lh_close.h", " * @blocking as `close` does.\n", "")
-        self.assertEqual([re.sub(":\\d+", "", gap) for gap in gaps],
-                         ["lh_close.h: lh_close has no @blocking"])  # fmt: skip
+        self.assertEqual(
+            [re.sub(":\\d+", "", gap) for gap in gaps], ["lh_close.h: lh_close has no @blocking"]
+        )
 
     def test_AnUndocumentedConstantIsFound(self) -> None:
         gaps = self.gaps_after("syslog_ipsec.h", ' /**< "tls" */', "")

@@ -2,16 +2,11 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
-#include <fcntl.h>
 #include <filesystem>
 #include <regex>
-#include <sched.h>
-#include <sys/mount.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include "examples/program.hpp"
-#include "support/world.hpp"
+#include "ns/netns_fixture.hpp"
 
 using namespace vyt::test;
 
@@ -48,41 +43,24 @@ std::string promised_output(const std::string &name)
     return std::regex_replace(lines, decoration, "$1");
 }
 
-void name_own_namespace(const std::string &name)
-{
-    const std::string handle = "/run/netns/" + name;
-    write_file(handle, "");
-    ASSERT_EQ(mount("/proc/thread-self/ns/net", handle.c_str(), nullptr, MS_BIND, nullptr), 0);
-}
-
-// A private world with the default VRF and one more, "blue".
-struct Router {
-    World world;
-
-    Router()
-    {
-        world.leave_network();
-        mkdir("/run/netns", 0755);
-        write_file("/run/vrfs.map", "1:0\nblue:3\n");
-        const int home = open("/proc/thread-self/ns/net", O_RDONLY | O_CLOEXEC);
-        EXPECT_EQ(unshare(CLONE_NEWNET), 0);
-        name_own_namespace("blue");
-        EXPECT_EQ(setns(home, CLONE_NEWNET), 0);
-        close(home);
-        name_own_namespace("1");
-    }
-};
-
 } // namespace
 
-class Snippets : public ::testing::TestWithParam<std::string> {};
+// A private world with the default VRF and one more, "blue".
+class Snippets : public Netns, public ::testing::WithParamInterface<std::string> {
+  protected:
+    Snippets()
+    {
+        name_own_namespace("1");
+        make_namespace("blue");
+        write_file("/run/vrfs.map", "1:0\nblue:3\n");
+    }
+};
 
 TEST_P(Snippets, PrintsWhatStandsAtItsEnd)
 {
     OWN_PROCESS();
-    Router router;
     if (GetParam() == "syslog_wireguard") {
-        router.world.make_proc_writable();
+        world_.make_proc_writable();
         write_file("/proc/wireguard", "0x0\n");
     }
     TempDir directory;

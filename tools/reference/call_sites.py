@@ -84,8 +84,9 @@ def function_named(argument: str, inside: str, constants: dict[str, str]) -> str
     return constants.get(argument, "")
 
 
-def sites_of_call(writer: str, arguments: list[str], inside: str, constants: dict[str, str],
-                  place: str) -> list[Site]:  # fmt: skip
+def sites_of_call(
+    writer: str, arguments: list[str], inside: str, constants: dict[str, str], place: str
+) -> list[Site]:
     named = lambda position: function_named(arguments[position], inside, constants)
     text = flag = ""
     if writer == "lh_check_":

@@ -30,7 +30,9 @@ def gaps(families: list[model.Family], snippets: dict) -> list[str]:
 
 def main() -> int:
     parser = argparse.ArgumentParser(description=__doc__)
-    parser.add_argument("--output", type=Path, required=True, help="becomes OUTPUT/man and OUTPUT/html")
+    parser.add_argument(
+        "--output", type=Path, required=True, help="becomes OUTPUT/man and OUTPUT/html"
+    )
     parser.add_argument("--version", required=True)
     parser.add_argument("--doxygen", default="doxygen")
     options = parser.parse_args()

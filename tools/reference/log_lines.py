@@ -1,4 +1,14 @@
-"""The catalogue of log lines (docs/log-lines.txt), and what the headers say about them."""
+"""The catalogue of log lines (docs/log-lines.txt), and what the headers say about them.
+
+Behind its introduction the catalogue is made of groups ("== name") of stanzas. A stanza has a line
+(the text of the format behind its prefix), its kind (see PREFIXES), the values in it, the functions
+that write it, what it means and what to do. That of a check has a row for each operand instead:
+
+    operand: text | functions | meaning | action, unless the stanza has one for all of its rows
+
+A function that writes a line in another one's place is followed by those that it speaks for:
+"create_file for lh_inotify_include_file". One line may have several stanzas.
+"""
 import re
 from dataclasses import dataclass, field
 from pathlib import Path
@@ -58,8 +68,9 @@ class Line:
         if span in (self.text, self.template, self.format, *shown):
             return True
         pieces = re.split(r"(%l[du])", self.text)
-        pattern = "".join(rf"(?:-?\d+|{piece})" if i % 2 else re.escape(piece)
-                          for i, piece in enumerate(pieces))  # fmt: skip
+        pattern = "".join(
+            rf"(?:-?\d+|{piece})" if i % 2 else re.escape(piece) for i, piece in enumerate(pieces)
+        )
         return re.fullmatch(pattern, span) is not None
 
 
@@ -90,6 +101,19 @@ def read_sources(text: str) -> list[Source]:
     return sources
 
 
+def read_operand(row: str, common: dict[str, str], action: str) -> Line:
+    operand, functions, meaning, *own_action = (part.strip() for part in row.split(" | "))
+    if not own_action and not action:
+        raise CatalogueError(f"{common['template']}: {operand}: no action")
+    return Line(
+        operand=operand,
+        sources=read_sources(functions),
+        meaning=meaning,
+        action=own_action[0] if own_action else action,
+        **common,
+    )
+
+
 def read_stanza(entries: list[tuple[str, str]], group: str) -> list[Line]:
     single = {key: text for key, text in entries if key != "operand"}
     operands = [text for key, text in entries if key == "operand"]
@@ -99,21 +123,17 @@ def read_stanza(entries: list[tuple[str, str]], group: str) -> list[Line]:
         raise CatalogueError(f"{single.get('line')}: no {', '.join(missing)}")
     if single["kind"] not in PREFIXES:
         raise CatalogueError(f"{single['line']}: there is no kind {single['kind']}")
-    common = {"template": single["line"], "kind": single["kind"], "group": group,
-              "values": single.get("values", "")}  # fmt: skip
-    if not operands:
-        sources = read_sources(single["function"])
-        return [Line(operand="", sources=sources, meaning=single["meaning"],
-                     action=single["action"], **common)]  # fmt: skip
-    lines = []
-    for row in operands:
-        operand, functions, meaning, *action = (part.strip() for part in row.split(" | "))
-        what_to_do = action[0] if action else single.get("action")
-        if not what_to_do:
-            raise CatalogueError(f"{single['line']}: {operand}: no action")
-        lines.append(Line(operand=operand, sources=read_sources(functions), meaning=meaning,
-                          action=what_to_do, **common))  # fmt: skip
-    return lines
+    common = {
+        "template": single["line"],
+        "kind": single["kind"],
+        "values": single.get("values", ""),
+        "group": group,
+    }
+    if operands:
+        return [read_operand(row, common, single.get("action", "")) for row in operands]
+    sources = read_sources(single["function"])
+    meaning, action = single["meaning"], single["action"]
+    return [Line(operand="", sources=sources, meaning=meaning, action=action, **common)]
 
 
 def read_intro(text: str) -> list[tuple]:
@@ -164,8 +184,11 @@ COMMENT = re.compile(r"/\*\*((?:(?!\*/).)*)\*/\s*((?:(?!/\*)[^;])*;)", re.DOTALL
 LOG = re.compile(r"@log\s+(.*?)(?=\n@|\Z)", re.DOTALL)
 # lh_bf.h says once what each of its functions checks.
 BIT_FIELD = "the lines about a record that is not valid"
-BIT_FIELD_LINES = ["PTR_IS_NULL: {0}", "PTR_IS_NULL: ({0})->base",
-                   "IS_EQ check failed: ({0})->size (0 == 0) !!!"]  # fmt: skip
+BIT_FIELD_LINES = [
+    "PTR_IS_NULL: {0}",
+    "PTR_IS_NULL: ({0})->base",
+    "IS_EQ check failed: ({0})->size (0 == 0) !!!",
+]
 
 
 def promise_of(header: str, comment: str, declaration: str) -> Promise | None:

@@ -1,4 +1,4 @@
-"""Manual pages: one for each function, macro and data object, one for each header, two overviews."""
+"""Manual pages: one for each function, check, data object and header, and two overviews."""
 import re
 import textwrap
 from pathlib import Path
@@ -18,17 +18,31 @@ def escape_code(text: str) -> str:
 
 def escape_text(text: str) -> str:
     """Apostrophes and hyphens are those of prose, but a minus sign is one."""
-    text = text.replace("\\", "\\e").replace("`", "\\(ga").replace("^", "\\(ha").replace("~", "\\(ti")
+    text = (
+        text.replace("\\", "\\e").replace("`", "\\(ga").replace("^", "\\(ha").replace("~", "\\(ti")
+    )
     return re.sub(r"(^|[\s(\"])-(?=\d)", r"\1\\-", text)
 
 
 class Page:
-    def __init__(self, name: str, section: int, about: str, version: str, date: str,
-                 aliases: list[str] | None = None) -> None:  # fmt: skip
+    def __init__(
+        self,
+        name: str,
+        section: int,
+        about: str,
+        version: str,
+        date: str,
+        aliases: list[str] | None = None,
+    ) -> None:
         names = ", ".join([name, *(aliases or [])])
-        self.lines = [f'.TH {name} {section} {date} "libVYThelpers {version}" "libVYThelpers"',
-                      ".ad l", ".nh", ".nr HY 0", ".SH NAME",
-                      f"{names} \\- {escape_text(about)}"]  # fmt: skip
+        self.lines = [
+            f'.TH {name} {section} {date} "libVYThelpers {version}" "libVYThelpers"',
+            ".ad l",
+            ".nh",
+            ".nr HY 0",
+            ".SH NAME",
+            f"{names} \\- {escape_text(about)}",
+        ]
         self.file = f"man{section}/{name}.{section}"
 
     def section(self, title: str) -> None:
@@ -46,8 +60,14 @@ class Page:
             self.lines.append("\\&" + line if line[0] in ".'" else line)
 
     def code(self, code: str) -> None:
-        self.lines += [".EX", *("\\&" + line if line[:1] in (".", "'") else line
-                                for line in map(escape_code, code.split("\n"))), ".EE"]  # fmt: skip
+        self.lines += [
+            ".EX",
+            *(
+                "\\&" + line if line[:1] in (".", "'") else line
+                for line in map(escape_code, code.split("\n"))
+            ),
+            ".EE",
+        ]
 
     def write(self, directory: Path) -> None:
         path = directory / self.file
@@ -88,8 +108,9 @@ class Manual:
                 words += FONTS[kind] + escape_code(text) + "\\fR"
         return words
 
-    def blocks(self, page: Page, blocks: Blocks, parameters: tuple[str, ...] = (),
-               between: str = ".P") -> None:  # fmt: skip
+    def blocks(
+        self, page: Page, blocks: Blocks, parameters: tuple[str, ...] = (), between: str = ".P"
+    ) -> None:
         for i, (kind, content) in enumerate(blocks):
             if i > 0 and kind not in ("list", "table"):
                 page.macro(between)
@@ -174,8 +195,10 @@ class Manual:
         if texts.logs_nothing(member):
             page.text("None.")
         else:
-            self.bullets(page, [self.spans(item, parameters)
-                                for item in texts.log_items(member.fields["log"])])  # fmt: skip
+            self.bullets(
+                page,
+                [self.spans(item, parameters) for item in texts.log_items(member.fields["log"])],
+            )
         page.section("Attributes")
         for name in ("blocking", "threads"):
             page.macro(".TP")
@@ -191,13 +214,22 @@ class Manual:
     # A header -----------------------------------------------------------------------------------
 
     def header_page(self, family: Family, snippet: Snippet) -> Page:
-        page = Page(family.header, 3, texts.summary(family.brief), self.version, self.date,
-                    type_names(family))  # fmt: skip
+        page = Page(
+            family.header,
+            3,
+            texts.summary(family.brief),
+            self.version,
+            self.date,
+            type_names(family),
+        )
         self.synopsis(page, family, None)
         page.section("Description")
         self.blocks(page, [("para", family.brief), *family.detail])
-        for title, kind in (("Macros", "macro"), ("Functions", "function"),
-                            ("Data objects", "object")):  # fmt: skip
+        for title, kind in (
+            ("Macros", "macro"),
+            ("Functions", "function"),
+            ("Data objects", "object"),
+        ):
             members = family.of_kind(kind)
             if members:
                 page.section(title)
@@ -254,7 +286,9 @@ class Manual:
     # The overviews ------------------------------------------------------------------------------
 
     def front_page(self, front: texts.Front) -> Page:
-        page = Page("libVYThelpers", 7, "the toolbox of the router's daemons", self.version, self.date)
+        page = Page(
+            "libVYThelpers", 7, "the toolbox of the router's daemons", self.version, self.date
+        )
         page.section("Description")
         self.blocks(page, front.intro)
         for group in front.groups:
@@ -299,8 +333,13 @@ class Manual:
 
     # All of them --------------------------------------------------------------------------------
 
-    def write(self, directory: Path, front: texts.Front, snippets: dict[str, Snippet],
-              catalogue: Catalogue) -> None:  # fmt: skip
+    def write(
+        self,
+        directory: Path,
+        front: texts.Front,
+        snippets: dict[str, Snippet],
+        catalogue: Catalogue,
+    ) -> None:
         for family in self.families:
             snippet = snippets[family.name]
             self.header_page(family, snippet).write(directory)

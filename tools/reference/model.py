@@ -28,7 +28,9 @@ class Member:
     name: str
     line: int
     type: str = ""
-    arguments: list[tuple[str, str]] = field(default_factory=list)  # type with %s for the name; name
+    arguments: list[tuple[str, str]] = field(
+        default_factory=list
+    )  # type with %s for the name; name
     brief: Spans = field(default_factory=list)
     detail: Blocks = field(default_factory=list)
     params: list[tuple[str, Blocks]] = field(default_factory=list)
@@ -189,8 +191,13 @@ def arguments_of(element: ElementTree.Element) -> list[tuple[str, str]]:
     return arguments
 
 
-KINDS = {"function": "function", "define": "macro", "variable": "object", "typedef": "callback",
-         "enum": "enum"}  # fmt: skip
+KINDS = {
+    "function": "function",
+    "define": "macro",
+    "variable": "object",
+    "typedef": "callback",
+    "enum": "enum",
+}
 
 
 def member_of(element: ElementTree.Element) -> Member:
@@ -213,11 +220,16 @@ def member_of(element: ElementTree.Element) -> Member:
         member.kind = "constant"
     if member.kind == "enum":
         member.parts = [
-            Member("constant", plain(value.find("name")), member.line, brief=brief_of(value),
-                   detail=blocks_of(value.find("detaileddescription")),
-                   value=plain(value.find("initializer")).removeprefix("= "))
+            Member(
+                "constant",
+                plain(value.find("name")),
+                member.line,
+                brief=brief_of(value),
+                detail=blocks_of(value.find("detaileddescription")),
+                value=plain(value.find("initializer")).removeprefix("= "),
+            )
             for value in element.findall("enumvalue")
-        ]  # fmt: skip
+        ]
     read_contract(member, element)
     return member
 

@@ -4,6 +4,7 @@ import json
 import re
 import shutil
 from pathlib import Path
+from string import Template
 
 import texts
 from log_lines import Catalogue, Line
@@ -24,9 +25,16 @@ def slug(text: str) -> str:
 
 
 class Site:
-    def __init__(self, front: texts.Front, snippets: dict[str, Snippet], catalogue: Catalogue,
-                 version: str) -> None:  # fmt: skip
-        self.front, self.snippets, self.catalogue, self.version = front, snippets, catalogue, version
+    def __init__(
+        self, front: texts.Front, snippets: dict[str, Snippet], catalogue: Catalogue, version: str
+    ) -> None:
+        self.front, self.snippets, self.catalogue, self.version = (
+            front,
+            snippets,
+            catalogue,
+            version,
+        )
+        self.template = Template((WEB / "page.html").read_text(encoding="utf-8"))
         self.families = [family for group in front.groups for family in group.families]
         self.places = {family.header: f"{family.name}.html" for family in self.families}
         for family in self.families:
@@ -41,7 +49,9 @@ class Site:
         anchors: dict[int, str] = {}
         for line in self.catalogue.lines:
             name = slug(line.text) or "line"
-            taken = sum(anchor == name or anchor.startswith(name + "--") for anchor in anchors.values())
+            taken = sum(
+                anchor == name or anchor.startswith(name + "--") for anchor in anchors.values()
+            )
             anchors[id(line)] = f"{name}--{taken + 1}" if taken else name
         return anchors
 
@@ -86,7 +96,9 @@ class Site:
     def code(self, code: str, kind: str = "") -> str:
         attribute = f' class="{kind}"' if kind else ""
         text = self.linked(code, r"\b(\w+\.h|\w+)\b")
-        text = re.sub(r"(/\*.*?\*/|(?<!:)//[^\n]*)", r'<span class="comment">\1</span>', text, flags=re.S)
+        text = re.sub(
+            r"(/\*.*?\*/|(?<!:)//[^\n]*)", r'<span class="comment">\1</span>', text, flags=re.S
+        )
         return f"<pre{attribute}>{text}</pre>"
 
     def blocks(self, blocks: Blocks, member: Member | None = None) -> str:
@@ -105,8 +117,10 @@ class Site:
 
     def table(self, rows: list[list[Spans]]) -> str:
         head = "".join(f"<th>{self.spans(cell)}</th>" for cell in rows[0])
-        body = "".join("<tr>" + "".join(f"<td>{self.spans(cell)}</td>" for cell in row) + "</tr>"
-                       for row in rows[1:])  # fmt: skip
+        body = "".join(
+            "<tr>" + "".join(f"<td>{self.spans(cell)}</td>" for cell in row) + "</tr>"
+            for row in rows[1:]
+        )
         return f"<table><thead><tr>{head}</tr></thead><tbody>{body}</tbody></table>"
 
     def cell(self, blocks: Blocks, member: Member | None = None) -> str:
@@ -118,38 +132,40 @@ class Site:
     # A page -------------------------------------------------------------------------------------
 
     def page(self, file: str, title: str, body: str) -> str:
-        groups = ""
-        for group in self.front.groups:
-            links = "".join(
-                f'<li><a href="{family.name}.html"{" aria-current=page" * (family.name + ".html" == file)}>'
-                f"{family.header}</a></li>" for family in group.families)  # fmt: skip
-            groups += f"<h2>{group.name}</h2><ul>{links}</ul>"
-        current = " aria-current=page" * (file == "log-lines.html")
-        return (
-            '<!DOCTYPE html>\n<html lang="en">\n<head>\n<meta charset="utf-8">\n'
-            '<meta name="viewport" content="width=device-width, initial-scale=1">\n'
-            f"<title>{escape(title)} - libVYThelpers</title>\n"
-            '<link rel="stylesheet" href="style.css">\n'
-            '<script defer src="index.js"></script>\n<script defer src="search.js"></script>\n'
-            "</head>\n<body>\n"
-            '<header><a class="home" href="index.html">libVYThelpers</a>'
-            f'<span class="version">{escape(self.version)}</span>'
-            '<div class="search"><input id="search" type="search" autocomplete="off" '
-            'placeholder="Search functions, types, log lines  ( / )" aria-label="Search">'
-            '<ol id="results" hidden></ol></div></header>\n'
-            f'<nav><ul class="lines"><li><a href="log-lines.html"{current}>Log lines</a></li></ul>{groups}</nav>\n'
-            f"<main>\n{body}\n</main>\n</body>\n</html>\n"
+        return self.template.substitute(
+            title=escape(title),
+            version=escape(self.version),
+            navigation=self.navigation(file),
+            body=body,
         )
 
+    def navigation(self, file: str) -> str:
+        def entry(target: str, shown: str) -> str:
+            current = ' aria-current="page"' if target == file else ""
+            return f'<li><a href="{target}"{current}>{shown}</a></li>'
+
+        parts = [f"<ul>{entry('log-lines.html', 'Log lines')}</ul>"]
+        for group in self.front.groups:
+            links = "".join(
+                entry(f"{family.name}.html", family.header) for family in group.families
+            )
+            parts.append(f"<h2>{group.name}</h2><ul>{links}</ul>")
+        return "\n".join(parts)
+
     def front_body(self) -> str:
-        parts = [f"<h1>{self.front.title}</h1>", self.blocks(self.front.intro),
-                 '<p>Something in the system log at night? Look it up among the '
-                 '<a href="log-lines.html">log lines</a>.</p><div class="map">']  # fmt: skip
+        parts = [
+            f"<h1>{self.front.title}</h1>",
+            self.blocks(self.front.intro),
+            "<p>Something in the system log at night? Look it up among the "
+            '<a href="log-lines.html">log lines</a>.</p><div class="map">',
+        ]
         for group in self.front.groups:
             parts.append(f"<section><h2>{group.name}</h2><p>{escape(group.brief)}</p><dl>")
             for family in group.families:
-                parts.append(f"<dt>{self.link(family.header, family.header)}</dt>"
-                             f"<dd>{self.spans(family.brief)}</dd>")  # fmt: skip
+                parts.append(
+                    f"<dt>{self.link(family.header, family.header)}</dt>"
+                    f"<dd>{self.spans(family.brief)}</dd>"
+                )
             parts.append("</dl></section>")
         return "".join(parts) + "</div>"
 
@@ -161,7 +177,11 @@ class Site:
             parts.append("<h2>Types and constants</h2>")
             parts += [self.type(member) for member in family.types]
             parts += [self.constant(member) for member in family.of_kind("constant")]
-        for title, kind in (("Macros", "macro"), ("Functions", "function"), ("Data objects", "object")):
+        for title, kind in (
+            ("Macros", "macro"),
+            ("Functions", "function"),
+            ("Data objects", "object"),
+        ):
             members = family.of_kind(kind)
             if members:
                 parts.append(f"<h2>{title}</h2>")
@@ -169,15 +189,17 @@ class Site:
         parts.append(
             f'<h2 id="example">Example</h2><p>The whole program, as the tests run it '
             f"(<code>docs/snippets/{snippet.file}</code>):</p>"
-            f'{self.code(snippet.program.rstrip())}<p>It prints:</p>'
+            f"{self.code(snippet.program.rstrip())}<p>It prints:</p>"
             f'<pre class="output">{escape(snippet.output.rstrip())}</pre>'
         )
         return "\n".join(parts)
 
     def contents(self, family: Family) -> str:
         rows = "".join(
-            f"<tr><td>{self.link(member.name, member.name)}</td><td>{self.spans(member.brief)}</td></tr>"
-            for member in family.pages)  # fmt: skip
+            f"<tr><td>{self.link(member.name, member.name)}</td>"
+            f"<td>{self.spans(member.brief)}</td></tr>"
+            for member in family.pages
+        )
         return f'<table class="contents">{rows}</table>'
 
     # Members ------------------------------------------------------------------------------------
@@ -185,19 +207,28 @@ class Site:
     def member(self, member: Member, snippet: Snippet) -> str:
         signature = escape("\n".join(texts.signature(member)))
         signature = re.sub(r"\{(\w+)\}", r"<i>\1</i>", signature)
-        signature = re.sub(r"(?<![\w>])(\w+)(?![\w<])", lambda m: self.type_link(m[1], member), signature)
+        signature = re.sub(
+            r"(?<![\w>])(\w+)(?![\w<])", lambda m: self.type_link(m[1], member), signature
+        )
         description = texts.description(member.brief, member.detail)
-        parts = [self.heading(member.name), f'<pre class="signature">{signature}</pre>',
-                 self.blocks(description, member)]  # fmt: skip
-        rows = "".join(f"<dt><i>{name}</i></dt><dd>{self.cell(texts.capitalised(blocks), member)}</dd>"
-                       for name, blocks in member.params)  # fmt: skip
+        parts = [
+            self.heading(member.name),
+            f'<pre class="signature">{signature}</pre>',
+            self.blocks(description, member),
+        ]
+        rows = "".join(
+            f"<dt><i>{name}</i></dt><dd>{self.cell(texts.capitalised(blocks), member)}</dd>"
+            for name, blocks in member.params
+        )
         if rows:
             parts.append(f'<dl class="parameters">{rows}</dl>')
         if member.kind != "object":
             parts.append(self.contract(member))
         parts += [f'<div class="note">{self.blocks(note, member)}</div>' for note in member.notes]
-        parts.append("<details><summary>Example</summary>"
-                     f"{self.code(snippet.excerpt(member.name))}</details>")  # fmt: skip
+        parts.append(
+            "<details><summary>Example</summary>"
+            f"{self.code(snippet.excerpt(member.name))}</details>"
+        )
         return f'<article id="{member.name}">' + "\n".join(parts) + "</article>"
 
     def type_link(self, name: str, member: Member) -> str:
@@ -218,10 +249,16 @@ class Site:
         elif len(items) == 1:
             rows.append(("Log lines", items[0]))
         else:
-            rows.append(("Log lines", "<ul>" + "".join(f"<li>{item}</li>" for item in items) + "</ul>"))
+            rows.append(
+                ("Log lines", "<ul>" + "".join(f"<li>{item}</li>" for item in items) + "</ul>")
+            )
         rows.append(("Blocking", self.cell(texts.capitalised(fields["blocking"]), member)))
         rows.append(("Threads", self.cell(texts.capitalised(fields["threads"]), member)))
-        return '<dl class="contract">' + "".join(f"<dt>{a}</dt><dd>{b}</dd>" for a, b in rows) + "</dl>"
+        return (
+            '<dl class="contract">'
+            + "".join(f"<dt>{a}</dt><dd>{b}</dd>" for a, b in rows)
+            + "</dl>"
+        )
 
     def type(self, member: Member) -> str:
         named = member.name[0] != "@"
@@ -256,12 +293,14 @@ class Site:
     # The log lines ------------------------------------------------------------------------------
 
     def log_body(self) -> str:
-        parts = ["<h1>Log lines</h1>",
-                 '<div class="filter"><input id="filter" type="search" autocomplete="off" autofocus '
-                 'placeholder="Paste a line from the log, or type a part of it" aria-label="Filter">'
-                 '<span id="count"></span></div>',
-                 f'<details class="about"><summary>How to read a line</summary>'
-                 f"{self.blocks(self.catalogue.intro)}</details>"]  # fmt: skip
+        parts = [
+            "<h1>Log lines</h1>",
+            '<div class="filter"><input id="filter" type="search" autocomplete="off" autofocus '
+            'placeholder="Paste a line from the log, or type a part of it" aria-label="Filter">'
+            '<span id="count"></span></div>',
+            f'<details class="about"><summary>How to read a line</summary>'
+            f"{self.blocks(self.catalogue.intro)}</details>",
+        ]
         for group in self.catalogue.groups:
             lines = [line for line in self.catalogue.lines if line.group == group]
             entries = "\n".join(self.log_entry(line) for line in lines)
@@ -269,27 +308,47 @@ class Site:
         return "\n".join(parts)
 
     def log_entry(self, line: Line) -> str:
-        kind = "" if line.kind == "error" else f'<span class="kind">{escape(describe_kind(line))}</span>'
+        kind = (
+            ""
+            if line.kind == "error"
+            else f'<span class="kind">{escape(describe_kind(line))}</span>'
+        )
         functions = ", ".join(self.link(name, name) for name in line.functions)
         shown = sorted({s.shown for s in line.sources} - set(line.functions) - {"?"})
-        under = f" (the line names {', '.join(f'<code>{name}</code>' for name in shown)})" if shown else ""
-        details = f"<p>{self.linked(line.meaning)}</p><p class=action>{self.linked(line.action)}</p>"
+        under = (
+            f" (the line names {', '.join(f'<code>{name}</code>' for name in shown)})"
+            if shown
+            else ""
+        )
+        details = (
+            f"<p>{self.linked(line.meaning)}</p><p class=action>{self.linked(line.action)}</p>"
+        )
         if line.values:
             details += f"<p class=values>Values: {escape(line.values)}.</p>"
         if functions:
             details += f"<p class=from>From {functions}{under}.</p>"
         elif under:
             details += f"<p class=from>From inside the library{under}.</p>"
-        return (f'<article class="line" id="{self.anchors[id(line)]}" data-pattern="'
-                f'{html.escape(line_pattern(line))}" data-from="{shown_names(line)}"><h3><code>{escape(line.text)}</code>{kind}</h3>'
-                f"{details}</article>")  # fmt: skip
+        pattern = html.escape(line_pattern(line))
+        return (
+            f'<article class="line" id="{self.anchors[id(line)]}" data-pattern="{pattern}" '
+            f'data-from="{shown_names(line)}">'
+            f"<h3><code>{escape(line.text)}</code>{kind}</h3>{details}</article>"
+        )
 
     # Search -------------------------------------------------------------------------------------
 
     def index(self) -> str:
         entries = []
         for family in self.families:
-            entries.append([family.header, "header", texts.plain_text(family.brief), self.places[family.header]])
+            entries.append(
+                [
+                    family.header,
+                    "header",
+                    texts.plain_text(family.brief),
+                    self.places[family.header],
+                ]
+            )
             for member in family.members:
                 brief = texts.plain_text(member.brief)
                 if member.name[0] != "@":
@@ -299,16 +358,25 @@ class Site:
                     place = self.places[part.name]
                     entries.append([part.name, "constant", texts.plain_text(part.brief), place])
         for line in self.catalogue.lines:
-            entries.append([line.text, "log line", line.meaning,
-                            f"log-lines.html#{self.anchors[id(line)]}", line_pattern(line),
-                            shown_names(line)])  # fmt: skip
+            entries.append(
+                [
+                    line.text,
+                    "log line",
+                    line.meaning,
+                    f"log-lines.html#{self.anchors[id(line)]}",
+                    line_pattern(line),
+                    shown_names(line),
+                ]
+            )
         rows = ",\n".join(json.dumps(entry) for entry in entries)
         return f"const searchIndex = [\n{rows}\n];\n"
 
     def write(self, directory: Path) -> None:
         directory.mkdir(parents=True, exist_ok=True)
-        pages = {"index.html": self.page("index.html", "Reference", self.front_body()),
-                 "log-lines.html": self.page("log-lines.html", "Log lines", self.log_body())}  # fmt: skip
+        pages = {
+            "index.html": self.page("index.html", "Reference", self.front_body()),
+            "log-lines.html": self.page("log-lines.html", "Log lines", self.log_body()),
+        }
         for family in self.families:
             file = f"{family.name}.html"
             pages[file] = self.page(file, family.header, self.family_body(family))
@@ -330,6 +398,11 @@ def shown_names(line: Line) -> str:
     return " ".join(source.shown for source in line.sources)
 
 
-def write(directory: Path, front: texts.Front, snippets: dict[str, Snippet], catalogue: Catalogue,
-          version: str) -> None:  # fmt: skip
+def write(
+    directory: Path,
+    front: texts.Front,
+    snippets: dict[str, Snippet],
+    catalogue: Catalogue,
+    version: str,
+) -> None:
     Site(front, snippets, catalogue, version).write(directory)

@@ -6,7 +6,8 @@ from pathlib import Path
 # A function of clang-format's shape, or a record, with the comment above it.
 BLOCK = re.compile(
     r"(?:^/\*(?:(?!\*/).)*\*/\n)?"
-    r"(?:^(?:struct|enum) (?P<record>\w*) ?\{\n.*?^\};\n|^(?=\w)[^;{}]*?(?P<function>\w+)\([^;{}]*\)\n\{\n.*?^\}\n)",
+    r"(?:^(?:struct|enum) (?P<record>\w*) ?\{\n.*?^\};\n"
+    r"|^(?=\w)[^;{}]*?(?P<function>\w+)\([^;{}]*\)\n\{\n.*?^\}\n)",
     re.MULTILINE | re.DOTALL,
 )
 COMMENT_OR_TEXT = re.compile(r"/\*.*?\*/|\"(?:[^\"\\]|\\.)*\"", re.DOTALL)
@@ -42,11 +43,17 @@ class Snippet:
         parts = [chosen]
         if chosen.name != "main":
             # Its callbacks and helpers, and the records that they all work on.
-            helpers = [block for block in self.blocks if block is not chosen
-                       and not block.is_record and chosen.names(block.name)]  # fmt: skip
+            helpers = [
+                block
+                for block in self.blocks
+                if block is not chosen and not block.is_record and chosen.names(block.name)
+            ]
             parts = helpers + parts
-            records = [block for block in self.blocks if block.is_record
-                       and any(part.names(f"struct {block.name}") for part in parts)]  # fmt: skip
+            records = [
+                block
+                for block in self.blocks
+                if block.is_record and any(part.names(f"struct {block.name}") for part in parts)
+            ]
             parts = records + parts
         return "\n".join(part.text for part in parts).rstrip()
 
@@ -58,8 +65,10 @@ def read_snippet(path: Path) -> Snippet:
         raise ValueError(f"{path}: no comment says what the program prints")
     program = text[: prints.start()].rstrip() + "\n"
     output = re.sub(r"^ \* ?", "", prints[1], flags=re.MULTILINE)
-    blocks = [Block(found["record"] or found["function"] or "", found[0], found["function"] is None)
-              for found in BLOCK.finditer(program)]  # fmt: skip
+    blocks = [
+        Block(found["record"] or found["function"] or "", found[0], found["function"] is None)
+        for found in BLOCK.finditer(program)
+    ]
     return Snippet(path.name, program, output, blocks)
 
 

@@ -100,8 +100,9 @@ def signature(member: Member) -> list[str]:
         return [f"extern {member.type} {member.name};"]
     space = "" if member.type.endswith("*") else " "
     head = f"{member.type}{space}{member.name}("
-    arguments = [kind % ("{%s}" % name) if name != "..." else "..."
-                 for kind, name in member.arguments] or ["void"]  # fmt: skip
+    arguments = [
+        kind % ("{%s}" % name) if name != "..." else "..." for kind, name in member.arguments
+    ] or ["void"]
     lines, line = [], head
     for i, argument in enumerate(arguments):
         piece = argument + (");" if i == len(arguments) - 1 else ",")
