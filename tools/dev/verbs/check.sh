@@ -24,6 +24,7 @@ verb_check() {
     ./dev test --arm64
     verb_fuzz all 3
     ./dev package --test
+    step reference "./dev reference" ./dev reference
     run_tests tsan
     run_tests asan
 }
