@@ -57,7 +57,7 @@ dynamic_section read_dynamic(const dl_phdr_info &info)
 }
 
 struct redirection {
-    const char *library;
+    const char *name;
     const std::function<void *(const char *)> &target_of;
     bool found = false;
     std::vector<redirected_link> links = {};
@@ -76,7 +76,7 @@ void redirect(redirection &redirected, void **slot, void *target)
 int redirect_library(dl_phdr_info *info, size_t, void *data)
 {
     auto &redirected = *static_cast<redirection *>(data);
-    if (strstr(info->dlpi_name, redirected.library) == nullptr)
+    if (strstr(info->dlpi_name, redirected.name) == nullptr)
         return 0;
     const dynamic_section section = read_dynamic(*info);
     for (int table = 0; table < 2; table++) {
@@ -98,7 +98,7 @@ int redirect_library(dl_phdr_info *info, size_t, void *data)
 std::vector<redirected_link> redirect_links(const char *library,
                                             const std::function<void *(const char *)> &target_of)
 {
-    redirection redirected = {.library = library, .target_of = target_of};
+    redirection redirected = {.name = library, .target_of = target_of};
     dl_iterate_phdr(redirect_library, &redirected);
     if (!redirected.found)
         throw std::runtime_error(std::string(library) + " is not loaded");
