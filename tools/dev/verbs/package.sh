@@ -26,10 +26,10 @@ build_packages() {
         lintian --profile debian --fail-on error,warning build/package/*/*.changes
 }
 
-# Elsewhere, at another hour of the day and in another language the packages are the same, byte by byte.
+# Elsewhere and at another hour of the day the packages are the same, byte by byte.
 build_again() {
     local architecture=$1 again=build/package/again/elsewhere package
-    TZ=Pacific/Kiritimati LC_ALL=C tools/package/build "$architecture" "$again"
+    TZ=Pacific/Kiritimati tools/package/build "$architecture" "$again"
     for package in "$again"/*.deb; do
         cmp "$package" "build/package/$architecture/$(basename "$package")"
     done
