@@ -23,11 +23,15 @@ enum { LINES_DEFAULT = 10, LINES_MAX = 100000 };
 
 static const char usage_line[] = "usage: log_tail [-n LINES] FILE\n";
 
-static const char help[] = "\n"
-                           "Prints the last lines of FILE.\n"
-                           "\n"
-                           "  -n LINES    how many, 1 to 100000; 10 unless named\n"
-                           "  -h, --help  show this text\n";
+static const char help[] =
+    "\n"
+    "Prints the last lines of FILE.\n"
+    "\n"
+    "  -n LINES    how many, 1 to 100000; 10 unless named\n"
+    "  -h, --help  show this text\n"
+    "\n"
+    "Ends with 0 when all went well, with 1 when FILE could not be read, with 2 for wrong\n"
+    "arguments.\n";
 
 struct line {
     char *text;

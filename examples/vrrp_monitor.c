@@ -1,14 +1,16 @@
 /*
- * vrrp_monitor: follows VRRP groups and instances and prints a line for every change.
+ * vrrp_monitor: follows VRRP groups and instances and prints a line for every change, or shows them
+ * as a live table (vrrp_table.h).
  *
  * A small but complete daemon, meant to be copied from. It shows
  *   - the tracker (lh_vrrp.h) and the poll loop (lh_poll_ctx.h) working together;
  *   - signals as a descriptor of the same loop, so that no code runs in a signal handler;
  *   - starting over on a new descriptor while running (SIGHUP);
  *   - the poll timeout and the per-pass callback as the remedy for what gives no event;
+ *   - a timer, a terminal's keys and size, and stopping, for the table;
  *   - leaving cleanly (SIGINT, SIGTERM).
  *
- * Build: cc -std=c11 vrrp_monitor.c -o vrrp_monitor -lVYThelpers
+ * Build: cc -std=c11 vrrp_monitor.c vrrp_table.c -o vrrp_monitor -lVYThelpers
  */
 #define _GNU_SOURCE 1
 
@@ -27,7 +29,9 @@
 
 #include "lh_close.h"
 #include "lh_poll_ctx.h"
+#include "lh_timer.h"
 #include "lh_vrrp.h"
+#include "vrrp_table.h"
 
 enum {
     PASS_MS = 1000, /* the longest time between two passes of the loop */
@@ -44,6 +48,7 @@ struct followed {
     char netns[NETNS_LENGTH_MAX + 1];
     uint32_t vrid;
     int status;
+    int64_t changed_ms;                                       /* on table_clock_ms() */
     char members[(MEMBERS_SHOWN + 1) * LH_VRRP_VIFNAME_SIZE]; /* of a group */
 };
 
@@ -52,9 +57,12 @@ struct monitor {
     int vrrp_fd; /* the tracker's descriptor: it is the tracker that closes it */
     struct followed *followed;
     size_t count;
+    bool watch;             /* show a table instead of lines */
+    struct table table;     /* while watching */
+    struct table_row *rows; /* one for each that is followed */
 };
 
-static const char usage_line[] = "usage: vrrp_monitor [-g GROUP]... [-i NETNS:VRID]...\n";
+static const char usage_line[] = "usage: vrrp_monitor [-w] [-g GROUP]... [-i NETNS:VRID]...\n";
 
 static const char help[] =
     "\n"
@@ -64,6 +72,8 @@ static const char help[] =
     "  -i NETNS:VRID  follow one instance: its network namespace (nothing before the\n"
     "                 colon for the default one) and its Virtual Router Id, 1 to 255;\n"
     "                 may be given again\n"
+    "  -w, --watch    on a terminal, show a live table instead: the status of each, coloured\n"
+    "                 unless NO_COLOR is set, and how long ago it changed; q ends it\n"
     "  -h, --help     show this text\n"
     "\n"
     "Each line has the time, what changed, its old status and its new one. For a group\n"
@@ -74,7 +84,10 @@ static const char help[] =
     "  2031-05-01T12:00:00+0000 instance blue:30 Invalid -> Unknown\n"
     "\n"
     "SIGHUP starts over on a new descriptor and prints \"watcher restarted\"; SIGINT and\n"
-    "SIGTERM end the program. Errors go to the system log and to standard error.\n";
+    "SIGTERM end the program. Errors go to the system log and to standard error; the\n"
+    "table has the last of them below.\n"
+    "\n"
+    "Ends with 0 after a signal, with 1 when it cannot run, with 2 for wrong arguments.\n";
 
 /* What the user sees ------------------------------------------------------------------------- */
 
@@ -96,7 +109,7 @@ __attribute__((format(printf, 1, 2))) static void print_line(const char *format,
     fflush(stdout);
 }
 
-/* Writes " members vrrp.20 vrrp.10", or nothing for a group without members. */
+/* Writes "vrrp.20 vrrp.10", or nothing for a group without members. */
 static void describe_members(uint32_t group, char *text, size_t size)
 {
     char names[MEMBERS_SHOWN][LH_VRRP_VIFNAME_SIZE];
@@ -106,15 +119,34 @@ static void describe_members(uint32_t group, char *text, size_t size)
 
     text[0] = '\0';
     for (int i = 0; i < count && i < MEMBERS_SHOWN; i++)
-        length += (size_t)snprintf(text + length, size - length, "%s%s", i == 0 ? " members " : " ",
-                                   names[i]);
+        length +=
+            (size_t)snprintf(text + length, size - length, "%s%s", i == 0 ? "" : " ", names[i]);
     if (more)
         snprintf(text + length, size - length, " ...");
 }
 
-/* Prints what differs from the last time. The library keeps the statuses; telling a change from no
+static void end(struct monitor *monitor)
+{
+    lh_poll_ctx_main_loop_break(&monitor->loop);
+}
+
+static void draw(struct monitor *monitor)
+{
+    for (size_t i = 0; i < monitor->count; i++) {
+        const struct followed *it = &monitor->followed[i];
+        monitor->rows[i] = (struct table_row){.kind = it->group != 0 ? "group" : "instance",
+                                              .name = it->spelling,
+                                              .members = it->members,
+                                              .status = it->status,
+                                              .changed_ms = it->changed_ms};
+    }
+    if (table_draw(&monitor->table, monitor->rows, monitor->count) != 0)
+        end(monitor); /* nobody looks any more */
+}
+
+/* Shows what differs from the last time. The library keeps the statuses; telling a change from no
    change is the daemon's part. */
-static void print_changes(struct monitor *monitor)
+static void show_changes(struct monitor *monitor)
 {
     for (size_t i = 0; i < monitor->count; i++) {
         struct followed *it = &monitor->followed[i];
@@ -130,11 +162,16 @@ static void print_changes(struct monitor *monitor)
         if (status == it->status && strcmp(members, it->members) == 0)
             continue;
 
-        print_line("%s %s %s -> %s%s", it->group != 0 ? "group" : "instance", it->spelling,
-                   lh_vrrp_status_stringize(it->status), lh_vrrp_status_stringize(status), members);
+        if (!monitor->watch)
+            print_line("%s %s %s -> %s%s%s", it->group != 0 ? "group" : "instance", it->spelling,
+                       lh_vrrp_status_stringize(it->status), lh_vrrp_status_stringize(status),
+                       members[0] != '\0' ? " members " : "", members);
+        it->changed_ms = table_clock_ms();
         it->status = status;
         memcpy(it->members, members, sizeof(members));
     }
+    if (monitor->watch)
+        draw(monitor);
 }
 
 /* The tracker -------------------------------------------------------------------------------- */
@@ -142,9 +179,9 @@ static void print_changes(struct monitor *monitor)
 static void update(struct monitor *monitor)
 {
     /* The result is no news: an empty or half-written file fails a pass and leaves everything
-       "Unknown", which is what print_changes() then finds; the next event brings the next try. */
+       "Unknown", which is what show_changes() then finds; the next event brings the next try. */
     (void)lh_vrrp_info_update();
-    print_changes(monitor);
+    show_changes(monitor);
 }
 
 static int on_vrrp(int fd, void *arg)
@@ -170,7 +207,10 @@ static void restart(struct monitor *monitor)
         monitor->vrrp_fd = -1; /* after_each_pass() tries again */
         return;
     }
-    print_line("watcher restarted");
+    if (monitor->watch)
+        fputs("watcher restarted\n", stderr); /* the table shows it */
+    else
+        print_line("watcher restarted");
     update(monitor); /* nothing is watched until this has armed the watch again */
 }
 
@@ -183,10 +223,22 @@ static int on_signal(int fd, void *arg)
 
     if (read(fd, &signal, sizeof(signal)) != (ssize_t)sizeof(signal))
         return -1;
-    if (signal.ssi_signo == SIGHUP)
+    switch (signal.ssi_signo) {
+    case SIGHUP:
         restart(monitor);
-    else
-        lh_poll_ctx_main_loop_break(&monitor->loop);
+        break;
+    case SIGWINCH:
+        draw(monitor);
+        break;
+    case SIGTSTP: /* the shell has its screen while this program is stopped */
+        table_leave_screen(&monitor->table);
+        raise(SIGSTOP);
+        table_enter_screen(&monitor->table);
+        draw(monitor);
+        break;
+    default:
+        end(monitor);
+    }
     return 0;
 }
 
@@ -227,18 +279,102 @@ static int after_each_pass(lh_poll_ctx *loop, void *arg)
     return 0; /* anything else would end the loop */
 }
 
-/* The signals arrive as data on a descriptor; blocked, they do nothing else. */
-static int open_signals(void)
+/* The signals arrive as data on a descriptor; blocked, they do nothing else. A table needs a few
+   more: it has to leave the screen as it was. */
+static int open_signals(bool watch)
 {
     sigset_t signals;
     sigemptyset(&signals);
     sigaddset(&signals, SIGHUP);
     sigaddset(&signals, SIGINT);
     sigaddset(&signals, SIGTERM);
+    if (watch) {
+        sigaddset(&signals, SIGQUIT);
+        sigaddset(&signals, SIGTSTP);
+        sigaddset(&signals, SIGWINCH);
+    }
     if (sigprocmask(SIG_BLOCK, &signals, NULL) != 0)
         return -1;
     return signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK);
 }
+
+/* Registers the descriptor, or closes it: either way it has an owner afterwards. */
+static int add(struct monitor *monitor, const char *name, int fd, lh_poll_ctx_fd_cb cb)
+{
+    if (fd < 0)
+        return -1;
+    if (lh_poll_ctx_fd_add(&monitor->loop, name, fd, cb, monitor) == 0)
+        return 0;
+    lh_close(&fd);
+    return -1;
+}
+
+/* The table ---------------------------------------------------------------------------------- */
+
+/* With a timer no pass waits in vain: what gives no event is looked at here. */
+static int on_tick(void *arg)
+{
+    update(arg);
+    return 0;
+}
+
+static int on_timer(int fd, void *arg)
+{
+    return lh_timer_fd_handle(fd, on_tick, arg);
+}
+
+static int on_key(int fd, void *arg)
+{
+    char keys[64];
+    ssize_t count = read(fd, keys, sizeof(keys));
+    if (count < 0 && (errno == EAGAIN || errno == EINTR))
+        return 0;
+    if (count <= 0 || memchr(keys, 'q', (size_t)count) != NULL)
+        end(arg); /* at the end of the input the terminal has gone */
+    return 0;
+}
+
+static int on_log(int fd, void *arg)
+{
+    struct monitor *monitor = arg;
+    (void)fd;
+    table_take_log(&monitor->table);
+    draw(monitor);
+    return 0;
+}
+
+/* The keys and the log are the table's descriptors: they leave the loop before it closes the others. */
+static void stop_polling(struct monitor *monitor, int fd)
+{
+    if (fd >= 0 && lh_poll_ctx_fd_get(&monitor->loop, fd) != NULL)
+        lh_poll_ctx_fd_del(&monitor->loop, fd);
+}
+
+static int start_table(struct monitor *monitor)
+{
+    struct table *table = &monitor->table;
+    monitor->rows = calloc(monitor->count, sizeof(*monitor->rows));
+    if (monitor->rows == NULL || table_open(table) != 0 ||
+        add(monitor, "timer", lh_timer_fd_create(lh_timer_s_to_timespec(1)), on_timer) != 0)
+        return -1;
+    if (table->log_fd >= 0 &&
+        lh_poll_ctx_fd_add(&monitor->loop, "log", table->log_fd, on_log, monitor) != 0)
+        return -1;
+    if (table->has_keys &&
+        lh_poll_ctx_fd_add(&monitor->loop, "keys", STDIN_FILENO, on_key, monitor) != 0)
+        return -1;
+    return 0;
+}
+
+static void stop_table(struct monitor *monitor)
+{
+    stop_polling(monitor, monitor->table.log_fd);
+    stop_polling(monitor, STDIN_FILENO);
+    table_close(&monitor->table);
+    free(monitor->rows);
+}
+
+/* Start and end ------------------------------------------------------------------------------ */
 
 static int follow(const struct followed *it)
 {
@@ -249,14 +385,9 @@ static int follow(const struct followed *it)
 static int start(struct monitor *monitor)
 {
     monitor->loop.timeout = PASS_MS;
-    int signal_fd = open_signals();
-    if (signal_fd < 0)
-        return -1;
-    if (lh_poll_ctx_fd_add(&monitor->loop, "signals", signal_fd, on_signal, monitor) != 0) {
-        lh_close(&signal_fd);
-        return -1;
-    }
-    if (lh_poll_ctx_on_each_event_cb_set(&monitor->loop, after_each_pass, monitor) != 0)
+    monitor->watch = monitor->watch && table_is_possible();
+    if (add(monitor, "signals", open_signals(monitor->watch), on_signal) != 0 ||
+        lh_poll_ctx_on_each_event_cb_set(&monitor->loop, after_each_pass, monitor) != 0)
         return -1;
 
     /* First the tracker, then what it is to follow: starting it forgets instances. */
@@ -266,6 +397,8 @@ static int start(struct monitor *monitor)
         if (follow(&monitor->followed[i]) != 0)
             return -1;
     }
+    if (monitor->watch && start_table(monitor) != 0)
+        return -1;
     update(monitor); /* the first reading; it arms the watch, too */
     return 0;
 }
@@ -274,8 +407,9 @@ static int start(struct monitor *monitor)
    others. */
 static void leave(struct monitor *monitor)
 {
-    if (monitor->vrrp_fd >= 0 && lh_poll_ctx_fd_get(&monitor->loop, monitor->vrrp_fd) != NULL)
-        lh_poll_ctx_fd_del(&monitor->loop, monitor->vrrp_fd);
+    if (monitor->watch)
+        stop_table(monitor);
+    stop_polling(monitor, monitor->vrrp_fd);
     lh_vrrp_info_deinit();
     lh_poll_ctx_close_all(&monitor->loop);
     lh_poll_ctx_free(&monitor->loop);
@@ -333,10 +467,15 @@ static int usage(void)
 /* Returns -1 to go on, else the exit status. */
 static int parse_arguments(struct monitor *monitor, int argc, char **argv)
 {
-    static const struct option options[] = {{"help", no_argument, NULL, 'h'}, {NULL, 0, NULL, 0}};
+    static const struct option options[] = {
+        {"watch", no_argument, NULL, 'w'}, {"help", no_argument, NULL, 'h'}, {NULL, 0, NULL, 0}};
     int option;
 
-    while ((option = getopt_long(argc, argv, "+g:i:h", options, NULL)) != -1) {
+    while ((option = getopt_long(argc, argv, "+wg:i:h", options, NULL)) != -1) {
+        if (option == 'w') {
+            monitor->watch = true;
+            continue;
+        }
         struct followed *it = &monitor->followed[monitor->count];
         it->spelling = optarg;
         it->status = LH_VRRP_STATUS_INVALID;

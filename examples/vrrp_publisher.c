@@ -1,41 +1,31 @@
 /*
- * vrrp_publisher: plays the VRRP daemon. It publishes instance states in a status file, step by
- * step as a scenario file tells, in every way in which a writer may replace a file. See --help for
- * the words of a scenario and demo/failover.scenario for one.
+ * vrrp_publisher: publishes instance states in the VRRP status file (vrrp_status_file.h). Either it
+ * plays the VRRP daemon, step by step as a scenario file tells, in every way in which a writer may
+ * replace a file (see --help for the words of a scenario and demo/failover.scenario for one); or it
+ * follows the notifications of a real one (vrrp_notify.h).
  *
- * The status file is an array of records of 576 bytes in native byte order:
- *
- *   offset   0  int32     Virtual Router Id
- *   offset 472  int32     state: 0 init, 1 backup, 2 master, 3 fault
- *   offset 496  int32     group, 0 for none
- *   offset 521  char[55]  network namespace, terminated; empty for the default one
- *
- * A real publisher takes the way "rename": its readers never see half of a file.
- *
- * Build: cc -std=c11 vrrp_publisher.c vrrp_scenario.c -o vrrp_publisher
+ * Build: cc -std=c11 vrrp_publisher.c vrrp_notify.c vrrp_scenario.c vrrp_status_file.c \
+ *           -o vrrp_publisher
  */
 #define _GNU_SOURCE 1
 
-#include <errno.h>
-#include <fcntl.h>
 #include <getopt.h>
-#include <libgen.h>
 #include <stdbool.h>
 #include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
+#include "vrrp_notify.h"
 #include "vrrp_scenario.h"
-
-enum { RECORD_SIZE = 576, VRID_AT = 0, STATE_AT = 472, GROUP_AT = 496, NETNS_AT = 521 };
+#include "vrrp_status_file.h"
 
 static const char default_target[] = "/var/cache/vrrp_data";
 
 static const char usage_line[] =
-    "usage: vrrp_publisher [--step NUMBER | --follow] SCENARIO [FILE]\n";
+    "usage: vrrp_publisher [--step NUMBER | --follow] SCENARIO [FILE]\n"
+    "       vrrp_publisher --notify FIFO -i NAME=NETNS:VRID:GROUP... [FILE]\n";
 
 static const char help[] =
     "\n"
@@ -46,7 +36,17 @@ static const char help[] =
     "  --step NUMBER  play this step (the first is 1) at once, and nothing else\n"
     "  --follow       only print the arguments with which vrrp_monitor follows what the\n"
     "                 scenario expects\n"
+    "  --notify FIFO  publish what a real VRRP daemon tells through this FIFO, which is\n"
+    "                 made if need be, and tell both; goes on until a signal ends it\n"
+    "  -i NAME=NETNS:VRID:GROUP\n"
+    "                 with --notify: the record of the instance that the daemon calls NAME;\n"
+    "                 nothing before the first colon for the default namespace, group 0 for\n"
+    "                 none; may be given again\n"
     "  -h, --help     show this text\n"
+    "\n"
+    "The VRRP daemon writes lines of the form INSTANCE \"NAME\" STATE PRIORITY, STATE being\n"
+    "MASTER, BACKUP, FAULT, STOP or DELETED; other lines change nothing. Before the first\n"
+    "line, after STOP and once the daemon has closed the FIFO an instance is Init.\n"
     "\n"
     "A scenario is made of lines of words; '#' starts a comment. Each step names the\n"
     "whole contents of the file:\n"
@@ -68,155 +68,19 @@ static const char help[] =
     "  recreate-directory  the directory removed and made again, then the file created\n"
     "and to take away, without records:\n"
     "  delete              the file\n"
-    "  remove-directory    the file and its directory\n";
-
-static bool failed(const char *doing, const char *path)
-{
-    fprintf(stderr, "vrrp_publisher: cannot %s %s: %s\n", doing, path, strerror(errno));
-    return false;
-}
-
-/* Writing ------------------------------------------------------------------------------------ */
-
-static bool write_all(int fd, const char *bytes, size_t length)
-{
-    while (length > 0) {
-        ssize_t written = write(fd, bytes, length);
-        if (written < 0 && errno != EINTR)
-            return false;
-        if (written > 0) {
-            bytes += written;
-            length -= (size_t)written;
-        }
-    }
-    return true;
-}
-
-/* Opens with these flags, writes, and cuts off what an older, longer file had behind it. */
-static bool write_with(int flags, const char *path, const char *bytes, size_t length)
-{
-    int fd = open(path, O_WRONLY | O_CREAT | O_CLOEXEC | flags, 0644);
-    if (fd < 0)
-        return failed("open", path);
-    bool done = write_all(fd, bytes, length) && ftruncate(fd, (off_t)length) == 0;
-    if (close(fd) != 0 || !done)
-        return failed("write", path);
-    return true;
-}
-
-static bool write_in_place(const char *path, const char *bytes, size_t length)
-{
-    return write_with(0, path, bytes, length);
-}
-
-static bool truncate_and_write(const char *path, const char *bytes, size_t length)
-{
-    return write_with(O_TRUNC, path, bytes, length);
-}
-
-static bool write_aside_and_rename(const char *path, const char *bytes, size_t length)
-{
-    char *aside;
-    if (asprintf(&aside, "%s.new", path) < 0)
-        return failed("write", path);
-    bool done = write_with(O_TRUNC, aside, bytes, length);
-    if (done && rename(aside, path) != 0)
-        done = failed("replace", path);
-    free(aside);
-    return done;
-}
-
-static bool delete_file(const char *path, const char *bytes, size_t length)
-{
-    (void)bytes;
-    (void)length;
-    if (unlink(path) != 0 && errno != ENOENT && errno != ENOTDIR)
-        return failed("delete", path);
-    return true;
-}
-
-static bool recreate(const char *path, const char *bytes, size_t length)
-{
-    return delete_file(path, NULL, 0) && write_with(O_EXCL, path, bytes, length);
-}
-
-static bool remove_directory(const char *path, const char *bytes, size_t length)
-{
-    char *copy = strdup(path);
-    bool done = copy != NULL && delete_file(path, bytes, length);
-    if (done && rmdir(dirname(copy)) != 0 && errno != ENOENT)
-        done = failed("remove", copy);
-    free(copy);
-    return done;
-}
-
-/* A follower may make the directory, too, and be faster. */
-static bool make_directory(const char *path)
-{
-    char *copy = strdup(path);
-    bool done = copy != NULL;
-    if (done && mkdir(dirname(copy), 0755) != 0 && errno != EEXIST)
-        done = failed("make", copy);
-    free(copy);
-    return done;
-}
-
-static bool recreate_directory(const char *path, const char *bytes, size_t length)
-{
-    return remove_directory(path, NULL, 0) && make_directory(path) &&
-           write_with(O_EXCL, path, bytes, length);
-}
-
-static bool (*const play[WAY_COUNT])(const char *path, const char *bytes, size_t length) = {
-    [WAY_RENAME] = write_aside_and_rename,         [WAY_IN_PLACE] = write_in_place,
-    [WAY_TRUNCATE] = truncate_and_write,           [WAY_RECREATE] = recreate,
-    [WAY_RECREATE_DIRECTORY] = recreate_directory, [WAY_DELETE] = delete_file,
-    [WAY_REMOVE_DIRECTORY] = remove_directory,
-};
-
-static void put_number(char *record, size_t offset, int32_t number)
-{
-    memcpy(record + offset, &number, sizeof(number));
-}
-
-static bool write_step(const struct step *step, const char *path)
-{
-    char *bytes = calloc(step->record_count + 1, RECORD_SIZE);
-    if (bytes == NULL)
-        return failed("write", path);
-    for (size_t i = 0; i < step->record_count; i++) {
-        char *record = bytes + i * RECORD_SIZE;
-        put_number(record, VRID_AT, step->records[i].vrid);
-        put_number(record, STATE_AT, step->records[i].state);
-        put_number(record, GROUP_AT, step->records[i].group);
-        memcpy(record + NETNS_AT, step->records[i].netns, NETNS_SIZE);
-    }
-    bool done = (step->way >= WAY_DELETE || make_directory(path)) &&
-                play[step->way](path, bytes, step->record_count * RECORD_SIZE);
-    free(bytes);
-    return done;
-}
+    "  remove-directory    the file and its directory\n"
+    "\n"
+    "Ends with 0 when all was written, with 1 when it could not be, with 2 for wrong\n"
+    "arguments and for a mistake in the scenario.\n";
 
 /* Telling ------------------------------------------------------------------------------------ */
 
-/* Instances are told as vrrp_monitor spells them, NETNS:VRID. */
 static void tell_step(const struct scenario *scenario, size_t index)
 {
     const struct step *step = &scenario->steps[index];
     printf("step %zu of %zu: %s\n", index + 1, scenario->count, step->title);
     printf("write: %s\n", way_name(step->way));
-    for (size_t i = 0; i < step->record_count; i++) {
-        const struct record *record = &step->records[i];
-        printf("file: %s:%d ", record->netns, record->vrid);
-        const char *state = state_name(record->state);
-        if (state != NULL)
-            printf("%s", state);
-        else
-            printf("state %d", record->state);
-        if (record->group != 0)
-            printf(" group %d", record->group);
-        putchar('\n');
-    }
+    status_file_tell(step->records, step->record_count);
     for (size_t i = 0; i < step->expectation_count; i++) {
         const struct expectation *it = &step->expectations[i];
         if (it->group != 0)
@@ -269,7 +133,8 @@ static int tell_followed(const struct scenario *scenario)
 
 static int play_step(const struct scenario *scenario, size_t index, const char *path)
 {
-    if (!write_step(&scenario->steps[index], path))
+    const struct step *step = &scenario->steps[index];
+    if (!status_file_write(step->way, path, step->records, step->record_count))
         return 1;
     tell_step(scenario, index);
     return 0;
@@ -303,47 +168,108 @@ static int usage(void)
     return 2;
 }
 
-int main(int argc, char **argv)
+struct arguments {
+    int32_t only; /* the number of a step, or 0 for all */
+    bool follow;
+    const char *fifo;           /* null to play a scenario */
+    struct notified *instances; /* room for one with every argument */
+    size_t instance_count;
+    const char *scenario;
+    const char *file;
+};
+
+static int play(const struct arguments *arguments)
+{
+    struct scenario scenario = {.file = arguments->scenario};
+    int status = 2;
+    if (scenario_read(&scenario)) {
+        if (arguments->follow)
+            status = tell_followed(&scenario);
+        else if (arguments->only == 0)
+            status = play_all(&scenario, arguments->file);
+        else if ((size_t)arguments->only <= scenario.count)
+            status = play_step(&scenario, (size_t)arguments->only - 1, arguments->file);
+        else
+            fprintf(stderr, "vrrp_publisher: there is no step %d in %s: it has %zu\n",
+                    arguments->only, scenario.file, scenario.count);
+    }
+    scenario_free(&scenario);
+    return status;
+}
+
+/* Returns -1 to go on, else the exit status. */
+static int take_option(struct arguments *arguments, int option)
+{
+    switch (option) {
+    case 'h':
+        fputs(usage_line, stdout);
+        fputs(help, stdout);
+        return 0;
+    case 's':
+        if (parse_number(optarg, 1, INT32_MAX, &arguments->only))
+            return -1;
+        fprintf(stderr, "vrrp_publisher: --step %s: steps are counted from 1\n", optarg);
+        return usage();
+    case 'f':
+        arguments->follow = true;
+        return -1;
+    case 'n':
+        arguments->fifo = optarg;
+        return -1;
+    case 'i':
+        if (notified_parse(optarg, &arguments->instances[arguments->instance_count++]))
+            return -1;
+        fprintf(stderr,
+                "vrrp_publisher: -i %s: an instance is NAME=NETNS:VRID:GROUP, the VRID from 1 to "
+                "%d, the GROUP from 0 to %d\n",
+                optarg, VRID_MAX, GROUP_MAX);
+        return usage();
+    default:
+        return usage();
+    }
+}
+
+/* As take_option(). */
+static int parse_arguments(struct arguments *arguments, int argc, char **argv)
 {
     static const struct option options[] = {{"step", required_argument, NULL, 's'},
                                             {"follow", no_argument, NULL, 'f'},
+                                            {"notify", required_argument, NULL, 'n'},
                                             {"help", no_argument, NULL, 'h'},
                                             {NULL, 0, NULL, 0}};
-    int32_t only = 0; /* 0 for all */
-    bool follow = false;
-    int option;
-
-    while ((option = getopt_long(argc, argv, "+h", options, NULL)) != -1) {
-        if (option == 'h') {
-            fputs(usage_line, stdout);
-            fputs(help, stdout);
-            return 0;
-        }
-        if (option == 's' && !parse_number(optarg, 1, INT32_MAX, &only)) {
-            fprintf(stderr, "vrrp_publisher: --step %s: steps are counted from 1\n", optarg);
-            return usage();
-        }
-        if (option == '?')
-            return usage();
-        follow = follow || option == 'f';
+    int option, status;
+    while ((option = getopt_long(argc, argv, "+i:h", options, NULL)) != -1) {
+        if ((status = take_option(arguments, option)) >= 0)
+            return status;
     }
-    if (optind == argc || argc - optind > 2 || (follow && (only != 0 || argc - optind > 1)))
+    bool plays = arguments->fifo == NULL;
+    if (plays != (arguments->instance_count == 0) || /* each needs the other */
+        (plays && optind == argc) || (!plays && (arguments->follow || arguments->only != 0)))
         return usage();
+    if (plays)
+        arguments->scenario = argv[optind++];
+    int files_max = arguments->follow ? 0 : 1;
+    if (argc - optind > files_max || (arguments->follow && arguments->only != 0))
+        return usage();
+    arguments->file = optind < argc ? argv[optind] : default_target;
+    return -1;
+}
 
-    struct scenario scenario = {.file = argv[optind]};
-    const char *path = optind + 1 < argc ? argv[optind + 1] : default_target;
-    int status = 2;
-    if (scenario_read(&scenario)) {
-        if (follow)
-            status = tell_followed(&scenario);
-        else if (only == 0)
-            status = play_all(&scenario, path);
-        else if ((size_t)only <= scenario.count)
-            status = play_step(&scenario, (size_t)only - 1, path);
-        else
-            fprintf(stderr, "vrrp_publisher: there is no step %d in %s: it has %zu\n", only,
-                    scenario.file, scenario.count);
+int main(int argc, char **argv)
+{
+    struct arguments arguments = {.instances = calloc((size_t)argc, sizeof(struct notified))};
+    if (arguments.instances == NULL) {
+        perror("vrrp_publisher");
+        return 1;
     }
-    scenario_free(&scenario);
+    int status = parse_arguments(&arguments, argc, argv);
+    if (status < 0 && arguments.fifo == NULL) {
+        status = play(&arguments);
+    } else if (status < 0) {
+        notify_follow(arguments.fifo, arguments.instances, arguments.instance_count,
+                      arguments.file);
+        status = 1;
+    }
+    free(arguments.instances);
     return status;
 }

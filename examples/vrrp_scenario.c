@@ -35,17 +35,9 @@ static const char *const way_names[WAY_COUNT] = {
     [WAY_REMOVE_DIRECTORY] = "remove-directory",
 };
 
-static const char *const states[] = {"Init", "Backup", "Master", "Fault"};
-enum { STATE_COUNT = sizeof(states) / sizeof(states[0]) };
-
 const char *way_name(enum way way)
 {
     return way_names[way];
-}
-
-const char *state_name(int32_t state)
-{
-    return state >= 0 && state < STATE_COUNT ? states[state] : NULL;
 }
 
 bool parse_number(const char *word, long min, long max, int32_t *number)
@@ -71,7 +63,7 @@ static bool parse_netns(const struct scenario *scenario, const char *word, char 
 static bool parse_state(const char *word, int32_t *state)
 {
     for (int i = 0; i < STATE_COUNT; i++) {
-        if (strcasecmp(word, states[i]) == 0) {
+        if (strcasecmp(word, state_name(i)) == 0) {
             *state = i;
             return true;
         }
@@ -82,8 +74,8 @@ static bool parse_state(const char *word, int32_t *state)
 static const char *parse_status(const char *word)
 {
     for (int i = 0; i < STATE_COUNT; i++) {
-        if (strcasecmp(word, states[i]) == 0)
-            return states[i];
+        if (strcasecmp(word, state_name(i)) == 0)
+            return state_name(i);
     }
     return strcasecmp(word, "Unknown") == 0 ? "Unknown" : NULL;
 }

@@ -5,33 +5,9 @@
 #ifndef VRRP_SCENARIO_H
 #define VRRP_SCENARIO_H
 
-#include <stdbool.h>
-#include <stddef.h>
-#include <stdint.h>
+#include "vrrp_status_file.h"
 
-enum {
-    NETNS_SIZE = 55, /* room for a namespace's name in a record */
-    GROUP_MAX = 32,
-    VRID_MAX = 255
-};
-
-enum way {
-    WAY_RENAME,
-    WAY_IN_PLACE,
-    WAY_TRUNCATE,
-    WAY_RECREATE,
-    WAY_RECREATE_DIRECTORY,
-    WAY_DELETE, /* this and the later ones take away: they have no records */
-    WAY_REMOVE_DIRECTORY,
-    WAY_COUNT
-};
-
-struct record {
-    char netns[NETNS_SIZE];
-    int32_t vrid;
-    int32_t state;
-    int32_t group;
-};
+enum { GROUP_MAX = 32, VRID_MAX = 255 };
 
 /* The status of a group, or of an instance when group is 0. */
 struct expectation {
@@ -62,8 +38,6 @@ bool scenario_read(struct scenario *scenario);
 void scenario_free(struct scenario *scenario);
 
 const char *way_name(enum way way);
-/* "Init" to "Fault"; null for a number that means no state. */
-const char *state_name(int32_t state);
 /* Reads a whole decimal number from min to max. */
 bool parse_number(const char *word, long min, long max, int32_t *number);
 

@@ -27,7 +27,10 @@ static const char help[] =
     "Writes the configuration of an imagined access daemon: its host name, its port (1 to\n"
     "65535) and the VRFs that it serves. FILE is replaced in one go.\n"
     "\n"
-    "  -h, --help  show this text\n";
+    "  -h, --help  show this text\n"
+    "\n"
+    "Ends with 0 when all went well, with 1 when FILE could not be written, with 2 for wrong\n"
+    "arguments.\n";
 
 struct config {
     const char *hostname;

@@ -173,16 +173,6 @@ class Examples : public ::testing::Test {
         words.insert(words.begin(), example(name));
         return run(std::move(words), "", before);
     }
-    static void expect_help(const std::string &name)
-    {
-        for (const char *option : {"--help", "-h"}) {
-            const Outcome outcome = start(name, {option});
-            EXPECT_EQ(outcome.status, 0) << name;
-            EXPECT_EQ(outcome.output.rfind("usage: " + name + " ", 0), 0u) << outcome.output;
-            EXPECT_NE(outcome.output.find("--help"), std::string::npos);
-            EXPECT_EQ(outcome.errors, "");
-        }
-    }
     // The first word is the example; the usage line is the last thing that it says.
     static void expect_usage(const std::vector<std::string> &words)
     {

@@ -15,12 +15,6 @@ using ::testing::StartsWith;
 
 class Skeletons : public Examples {};
 
-TEST_F(Skeletons, EachHasHelpOnStandardOutput)
-{
-    for (const char *name : {"daemon_skeleton", "supervised_command"})
-        expect_help(name);
-}
-
 TEST_F(Skeletons, WrongArgumentsGetTheUsageLineAndTwo)
 {
     const std::vector<std::vector<std::string>> wrong = {

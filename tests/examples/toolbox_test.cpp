@@ -21,12 +21,6 @@ using ::testing::StartsWith;
 
 class Toolbox : public Examples {};
 
-TEST_F(Toolbox, EachHasHelpOnStandardOutput)
-{
-    for (const char *name : {"log_tail", "vrf_worker", "yaml_writer"})
-        expect_help(name);
-}
-
 TEST_F(Toolbox, WrongArgumentsGetTheUsageLineAndTwo)
 {
     const std::vector<std::vector<std::string>> wrong = {

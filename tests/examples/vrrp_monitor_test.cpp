@@ -19,7 +19,7 @@ using namespace vyt::test;
 
 namespace {
 
-const std::string usage = "usage: vrrp_monitor [-g GROUP]... [-i NETNS:VRID]...\n";
+const std::string usage = "usage: vrrp_monitor [-w] [-g GROUP]... [-i NETNS:VRID]...\n";
 const std::string status_file = "/var/cache/vrrp_data";
 
 // Enters a world, once in a process, and empties its cache. The world's own /var/cache is a mount
@@ -147,7 +147,8 @@ TEST_F(MonitorProgram, HelpGoesToStandardOutput)
         const Outcome outcome = run({example("vrrp_monitor"), option});
         EXPECT_EQ(outcome.status, 0);
         EXPECT_EQ(outcome.output.rfind(usage, 0), 0u);
-        for (const char *word : {"-g GROUP", "-i NETNS:VRID", "SIGHUP", "SIGTERM", "SIGINT"})
+        for (const char *word :
+             {"-g GROUP", "-i NETNS:VRID", "--watch", "SIGHUP", "SIGTERM", "SIGINT"})
             EXPECT_NE(outcome.output.find(word), std::string::npos) << word;
         EXPECT_EQ(outcome.errors, "");
     }

@@ -1,42 +1,21 @@
 // The publisher writes exactly the records that its scenario names, in the way that it names.
-#include <cstring>
 #include <dirent.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 
 #include "program.hpp"
+#include "status_file.hpp"
 
 using namespace vyt::test;
 
 namespace {
 
-const std::string usage = "usage: vrrp_publisher [--step NUMBER | --follow] SCENARIO [FILE]\n";
-
-// One record of the status file, byte by byte.
-std::string record(const std::string &netns, int32_t vrid, int32_t state, int32_t group)
-{
-    std::string bytes(576, '\0');
-    memcpy(&bytes[0], &vrid, 4);
-    memcpy(&bytes[472], &state, 4);
-    memcpy(&bytes[496], &group, 4);
-    bytes.replace(521, netns.size(), netns);
-    return bytes;
-}
+const std::string usage =
+    "usage: vrrp_publisher [--step NUMBER | --follow] SCENARIO [FILE]\n"
+    "       vrrp_publisher --notify FIFO -i NAME=NETNS:VRID:GROUP... [FILE]\n";
 
 const std::string lines_of_two_records = "record - 10 Master 1\nrecord blue 255 Fault 0\n";
 const std::string two_records = record("", 10, 2, 1) + record("blue", 255, 3, 0);
-
-struct File {
-    ino_t inode;
-    bool there;
-};
-
-File look_at(const std::string &path)
-{
-    struct stat info = {};
-    const bool there = stat(path.c_str(), &info) == 0;
-    return {info.st_ino, there};
-}
 
 class Publisher : public ::testing::Test {
   protected:
@@ -93,6 +72,12 @@ TEST_F(Publisher, WrongArgumentsGetTheUsageLine)
         {"--follow", "--step", "1", scenario},
         {"--follow", scenario, target},
         {scenario, target, "more"},
+        {"--notify", dir / "fifo"},
+        {"--notify", dir / "fifo", target},
+        {"-i", "a=:1:1", scenario},
+        {"--notify", dir / "fifo", "-i", "a=:1:1", target, "more"},
+        {"--notify", dir / "fifo", "-i", "a=:1:1", "--follow"},
+        {"--notify", dir / "fifo", "-i", "a=:1:1", "--step", "1"},
     };
     write_file(scenario, "step only\nwrite delete\n");
     for (std::vector<std::string> words : wrong) {

@@ -2,7 +2,7 @@
 # shellcheck shell=bash
 
 packages=(g++ gcc cmake ninja-build pkg-config libc6-dev libyaml-dev libgtest-dev libgmock-dev)
-test_packages=(binutils python3 python3-yaml sudo dos2unix sysvinit-utils)
+test_packages=(binutils python3 python3-yaml sudo dos2unix sysvinit-utils keepalived iproute2 tmux)
 jobs=$(nproc)
 
 say() { printf '== %s\n' "$*"; }
@@ -29,6 +29,21 @@ missing_packages() {
     done
 }
 
+# apt-get install, but nothing that is installed is started, whatever its package would start: a
+# policy that says so stands while it runs, unless the machine has one of its own.
+install_quietly() {
+    # shellcheck disable=SC2016
+    as_root env DEBIAN_FRONTEND=noninteractive sh -c '
+        policy=/usr/sbin/policy-rc.d
+        if ! [ -e "$policy" ]; then
+            trap "rm -f $policy" EXIT
+            trap "exit 130" INT TERM
+            printf "#!/bin/sh\nexit 101\n" >"$policy"
+            chmod 755 "$policy"
+        fi
+        apt-get install -y -qq --no-install-recommends "$@" >/dev/null' sh "$@"
+}
+
 # Installs what is missing, by package name; says nothing where nothing is.
 need() {
     local missing
@@ -36,8 +51,7 @@ need() {
     [ "${#missing[@]}" -eq 0 ] && return
     say "installing with apt-get: ${missing[*]}"
     as_root env DEBIAN_FRONTEND=noninteractive apt-get update -qq
-    as_root env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends \
-        "${missing[@]}" >/dev/null
+    install_quietly "${missing[@]}"
 }
 
 # Shows on a terminal, until the process ends, the time and the log's last line.

@@ -12,6 +12,7 @@ verb_check() {
     build release VYThelpers
     step board-build "cmake --build build/board" board_build
     step reference "./dev reference" ./dev reference
+    ./dev soak 1
     run_tests tsan
     run_tests asan
 }

@@ -1,7 +1,13 @@
 # shellcheck shell=bash
-# demo                          show a daemon following VRRP states, in a private world
+# demo [--vrrpd] [OPTIONS]      show a daemon following VRRP states; --vrrpd: those of a real VRRP daemon
 
 verb_demo() {
+    local demo=run
+    if [ "${1:-}" = --vrrpd ]; then
+        demo=vrrpd
+        shift
+        need keepalived iproute2
+    fi
     build release VYThelpers examples
-    build/release/examples/demo/run "$@"
+    "build/release/examples/demo/$demo" "$@"
 }
