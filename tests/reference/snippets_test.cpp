@@ -58,14 +58,17 @@ class Snippets : public Netns, public ::testing::WithParamInterface<std::string>
 
 TEST_P(Snippets, PrintsWhatStandsAtItsEnd)
 {
-    OWN_PROCESS();
-    if (GetParam() == "syslog_wireguard") {
-        world_.make_proc_writable();
-        write_file("/proc/wireguard", "0x0\n");
-    }
     TempDir directory;
-    const Outcome outcome = run({std::string(VYT_BINARY_DIR) + "/docs/snippets/" + GetParam()}, "",
-                                [&directory] { std::filesystem::current_path(directory.path()); });
+    const auto before = [&] {
+        if (GetParam() == "syslog_wireguard") {
+            unshare(CLONE_NEWNS); // the program alone sees the stand-in for /proc
+            world_.make_proc_writable();
+            write_file("/proc/wireguard", "0x0\n");
+        }
+        std::filesystem::current_path(directory.path());
+    };
+    const Outcome outcome =
+        run({std::string(VYT_BINARY_DIR) + "/docs/snippets/" + GetParam()}, "", before);
     EXPECT_EQ(outcome.output, promised_output(GetParam()));
     EXPECT_EQ(outcome.errors, "");
     EXPECT_EQ(outcome.status, 0);

@@ -160,9 +160,8 @@ class Manual:
                 line = re.sub(r"\{(\w+|\.\.\.)\}", r"\\fI\1\\fB", line)
                 page.macro(f"\\fB{line}\\fR")
         page.macro(".fi")
-        if member is None or member.kind != "macro":
-            page.macro(".P")
-            page.text("Link with \\fI\\-lVYThelpers\\fR.")
+        page.macro(".P")
+        page.text("Link with \\fI\\-lVYThelpers\\fR.")
 
     def page_of(self, family: Family, member: Member, snippet: Snippet) -> Page:
         page = Page(member.name, 3, texts.summary(member.brief), self.version, self.date)

@@ -28,12 +28,8 @@ class Site:
     def __init__(
         self, front: texts.Front, snippets: dict[str, Snippet], catalogue: Catalogue, version: str
     ) -> None:
-        self.front, self.snippets, self.catalogue, self.version = (
-            front,
-            snippets,
-            catalogue,
-            version,
-        )
+        self.front, self.version = front, version
+        self.snippets, self.catalogue = snippets, catalogue
         self.template = Template((WEB / "page.html").read_text(encoding="utf-8"))
         self.families = [family for group in front.groups for family in group.families]
         self.places = {family.header: f"{family.name}.html" for family in self.families}
