@@ -8,10 +8,16 @@ board_build() {
     cmake --build build/board --parallel "$jobs"
 }
 
+# One line for each guard: the quick ones first, so that a mistake is told early. The test runs take
+# every property of the presets' table at least once, together with ./dev test.
 verb_check() {
+    ./dev format --check
+    ./dev lint
     build release VYThelpers
     step board-build "cmake --build build/board" board_build
     ./dev soak 1
+    ./dev valgrind
+    run_tests clang-asan
     run_tests tsan
     run_tests asan
 }
