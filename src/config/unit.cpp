@@ -44,11 +44,7 @@ lh_unit_t read_unit_file(const char *function)
     if (lh_file_is_exist(unit_path) == 0)
         return standalone;
     lh_unit_t unit = standalone;
-    int mode;
-    int mode_after_reboot;
-    int id;
-    int id_after_reboot;
-    int old_id_after_reboot = first_id;
+    int mode, mode_after_reboot, id, id_after_reboot, old_id_after_reboot = first_id;
     const int read = lh_file_scanf(unit_path, "%d %d %d %d %d", &mode, &mode_after_reboot, &id,
                                    &id_after_reboot, &old_id_after_reboot);
     if (read != 4 && read != 5) {

@@ -29,8 +29,8 @@ void destroy_all_vrfs()
 }
 
 // The two range checks. The lines show the number minus one, unsigned, and the exported function.
-#define GROUP_OUT_OF_RANGE(group) out_of_range(IS_ME_TEXT(group - 1, "group", group_max))
-#define INSTANCE_OUT_OF_RANGE(vrid) out_of_range(IS_ME_TEXT(vrid - 1, "instance", vrid_max))
+#define GROUP_OUT_OF_RANGE(group) out_of_range(IS_ME_TEXT((group)-1, "group", group_max))
+#define INSTANCE_OUT_OF_RANGE(vrid) out_of_range(IS_ME_TEXT((vrid)-1, "instance", vrid_max))
 
 bool out_of_range(int fired)
 {

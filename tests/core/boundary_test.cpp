@@ -256,6 +256,7 @@ TEST(Boundary, TheAcceptedInterfacesNameWhatTheMapNamesAndNoPlaceOnAMachine)
 
 TEST(Boundary, TheDataObjectsHaveTheirSizesAndAreZeroAtLoad)
 {
+    NEEDS_A_PLAIN_BUILD(); // clang's address sanitizer counts the room that it leaves around them
     const std::map<std::string, uint64_t> promised = {{"shmem_init_err_t", 4}, {"garp_delay", 8}};
     std::map<std::string, uint64_t> found;
     for (const elf_symbol &symbol : library().dynamic_symbols()) {
