@@ -41,13 +41,15 @@ class Shell {
     std::string words_of(const std::string &words)
     {
         const std::string command = "printf '%s\\0' " + words + "\nprintf '\\0end\\0'\n";
-        EXPECT_EQ(write(to_, command.data(), command.size()), static_cast<ssize_t>(command.size()));
+        EXPECT_EQ(TEMP_FAILURE_RETRY(write(to_, command.data(), command.size())),
+                  static_cast<ssize_t>(command.size()));
         const std::string end = std::string("\0end\0", 5);
         std::string answer;
         while (answer.size() < end.size() ||
                answer.compare(answer.size() - end.size(), end.size(), end) != 0) {
             char block[4096];
-            const ssize_t got = read(from_, block, sizeof(block));
+            // The fuzzer's own alarm may come in between.
+            const ssize_t got = TEMP_FAILURE_RETRY(read(from_, block, sizeof(block)));
             if (got <= 0)
                 return "(the shell has ended)";
             answer.append(block, static_cast<size_t>(got));

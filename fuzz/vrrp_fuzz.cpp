@@ -3,11 +3,10 @@
 //
 // Only the kernel's inotify queue serves all inputs, emptied between them: ending one takes the
 // kernel longer than a whole run.
-#include "watch/vrrp_oracle.hpp"
-
 #include <sys/inotify.h>
 
 #include "fuzz/support/fuzz.hpp"
+#include "watch/vrrp_pair.hpp"
 
 using namespace vyt::fuzz;
 using namespace vyt::test;
@@ -24,11 +23,6 @@ int open_queue(int)
     while (read(queue, block, sizeof(block)) > 0)
         ;
     return fcntl(queue, F_DUPFD, 0);
-}
-
-int no_pause(useconds_t)
-{
-    return 0;
 }
 
 const std::vector<std::string> &namespaces()
@@ -70,7 +64,7 @@ constexpr int steps_max = 50; // more of them only take longer
 
 class Script {
   public:
-    explicit Script(Input input) : input_(input) {}
+    explicit Script(Input input) : input_(input), pair_(*faults) {}
 
     void run()
     {
@@ -81,20 +75,24 @@ class Script {
 
   private:
     const std::string &any_namespace() { return namespaces()[input_.below(8)]; }
-    uint32_t any_group() { return 1 + input_.below(32); }
-    uint32_t any_vrid() { return 1 + input_.below(255); }
+    int any_group() { return 1 + static_cast<int>(input_.below(32)); }
+    int any_vrid() { return 1 + static_cast<int>(input_.below(255)); }
 
     void step()
     {
         switch (input_.below(8)) {
         case 0:
-            return enable_group();
+            return pair_.enable_group(any_group());
         case 1:
-            return disable_group();
-        case 2:
-            return enable_instance();
-        case 3:
-            return disable_instance();
+            return pair_.disable_group(any_group());
+        case 2: {
+            const std::string &netns = any_namespace();
+            return pair_.enable_instance(netns, any_vrid());
+        }
+        case 3: {
+            const std::string &netns = any_namespace();
+            return pair_.disable_instance(netns, any_vrid());
+        }
         case 4:
             return replace_file(some_records());
         case 5: {
@@ -102,40 +100,10 @@ class Script {
             return replace_file(input_.take(size));
         }
         case 6:
-            return remove_file();
+            return pair_.has_file() ? pair_.remove_file() : update();
         default:
             return update();
         }
-    }
-
-    void enable_group()
-    {
-        const uint32_t group = any_group();
-        EXPECT_EQ(lh_vrrp_group_info_update_enable(group),
-                  model_.enable_group(static_cast<int>(group)));
-    }
-
-    void disable_group()
-    {
-        const uint32_t group = any_group();
-        EXPECT_EQ(lh_vrrp_group_info_update_disable(group),
-                  model_.disable_group(static_cast<int>(group)).result);
-    }
-
-    void enable_instance()
-    {
-        const std::string &netns = any_namespace();
-        const uint32_t vrid = any_vrid();
-        EXPECT_EQ(lh_vrrp_instance_info_update_enable(netns.c_str(), vrid), 0);
-        model_.enable_instance(netns, static_cast<int>(vrid));
-    }
-
-    void disable_instance()
-    {
-        const std::string &netns = any_namespace();
-        const uint32_t vrid = any_vrid();
-        EXPECT_EQ(lh_vrrp_instance_info_update_disable(netns.c_str(), vrid), 0);
-        model_.disable_instance(netns, static_cast<int>(vrid));
     }
 
     // Numbers a little beyond their ranges, too.
@@ -151,86 +119,20 @@ class Script {
         return file;
     }
 
-    void replace_file(const std::string &contents)
+    void replace_file(const std::string &bytes)
     {
-        rename_over(contents);
-        file_ = contents;
-        touched_ = true;
-    }
-
-    void remove_file()
-    {
-        if (file_.has_value())
-            remove_status_file();
-        touched_ = touched_ || file_.has_value();
-        file_.reset();
+        pair_.replace_file(bytes, contents_of(bytes), rename_over);
     }
 
     void update()
     {
-        const unsigned opened = faults->calls("open");
-        const bool unknown = model_.something_is_unknown();
-        const answer given = answer_of(77, lh_vrrp_info_update);
-        const bool has_opened = faults->calls("open") != opened;
-        if (!model_.follows_something()) {
-            model_.clean_up();
-            EXPECT_EQ(given, (answer{-1, ENODATA}));
-            EXPECT_FALSE(has_opened);
-            return;
-        }
-        // What changed is read, and what has no status yet; a file that has just appeared may be
-        // read once more.
-        const bool has_read = !file_.has_value() || has_opened;
-        EXPECT_TRUE(has_read || !(touched_ || unknown));
-        EXPECT_TRUE(!has_read || touched_ || unknown || touched_before_);
-        touched_before_ = std::exchange(touched_, false);
-        if (has_read) {
-            const auto contents =
-                file_.has_value() ? std::optional(contents_of(*file_)) : std::nullopt;
-            EXPECT_EQ(given, model_.read(contents.has_value() ? &*contents : nullptr));
-        } else {
-            EXPECT_EQ(given.result, 0);
-        }
-        compare();
-    }
-
-    void compare()
-    {
-        EXPECT_EQ(take_lines(), std::exchange(model_.lines, {}));
-        for (int group = 1; group <= 32; group++)
-            compare_group(group);
-        for (const std::string &netns : namespaces()) {
-            for (const int vrid : {1, 2, 3, 4, 5, 6, 7, 8, 9, 48, 49, 254, 255})
-                EXPECT_EQ(answer_of(77,
-                                    [&] {
-                                        return lh_vrrp_instance_status_get(
-                                            netns.c_str(), static_cast<uint32_t>(vrid));
-                                    }),
-                          model_.instance_status(netns, vrid));
-        }
-    }
-
-    void compare_group(int number)
-    {
-        const auto group = static_cast<uint32_t>(number);
-        const auto found = model_.groups.find(number);
-        if (found == model_.groups.end()) {
-            EXPECT_FAILS(ENODATA, lh_vrrp_group_status_get(group));
-            return;
-        }
-        names members;
-        for (const instance_ptr &member : found->second.members)
-            members.push_back("vrrp." + std::to_string(member->vrid));
-        EXPECT_QUIETLY(found->second.status, lh_vrrp_group_status_get(group));
-        EXPECT_QUIETLY(static_cast<int>(members.size()), lh_vrrp_group_members_num_get(group));
-        EXPECT_EQ(members_of(group), members);
+        static const std::vector<int> vrids = {1, 2, 3, 4, 5, 6, 7, 8, 9, 48, 49, 254, 255};
+        pair_.update();
+        pair_.compare(namespaces(), vrids, [](int count) { return count - 1; });
     }
 
     Input input_;
-    Model model_;
-    std::optional<std::string> file_;
-    bool touched_ = true; // the first pass reads
-    bool touched_before_ = false;
+    TrackerPair pair_;
 };
 
 } // namespace
@@ -241,10 +143,7 @@ void vyt::fuzz::prepare()
     static Faults redirected;
     queue = inotify_init1(IN_NONBLOCK);
     redirected.replace("inotify_init1", reinterpret_cast<void *>(open_queue));
-    // Arming does not wait for what comes and goes between two passes.
-    redirected.replace("usleep", reinterpret_cast<void *>(no_pause));
     faults = &redirected;
-    set_debug_flags(vrrp_dbg);
 }
 
 void vyt::fuzz::run(Input input)

@@ -3,12 +3,8 @@
 
 fuzz_packages=(clang libclang-rt-14-dev)
 fuzz_corpus=fuzz/corpus
-fuzz_work=build/fuzz/work # what the runs have collected
-fuzz_findings=build/fuzz/findings # one directory per target
-
-# A bounded quarantine: the memory of a run stays small enough for several at once.
-export ASAN_OPTIONS=${ASAN_OPTIONS:-quarantine_size_mb=32}
-export UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1}
+fuzz_work=build/fuzz/work         # what the runs have collected
+fuzz_findings=build/fuzz/findings # what they have found
 
 fuzz_targets() {
     local source
@@ -24,6 +20,13 @@ fuzz_check_target() {
 
 fuzz_program() { printf 'build/fuzz/fuzz/%s_fuzz' "$1"; }
 
+# fuzz_execute TARGET LOG ARGUMENTS...; a bounded quarantine keeps the memory of a run small.
+fuzz_execute() {
+    ASAN_OPTIONS=${ASAN_OPTIONS:-quarantine_size_mb=32} \
+        UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1} \
+        "$(fuzz_program "$1")" "${@:3}" >"$2" 2>&1 </dev/null
+}
+
 # The line that says what went wrong, without the process's number in it.
 fuzz_reason() {
     grep -aE -m 1 -A 6 'Failure$|runtime error|ERROR: (Address|Leak)Sanitizer|timeout after|out-of-memory' \
@@ -33,7 +36,7 @@ fuzz_reason() {
 # Runs the kept inputs of a target, one by one.
 fuzz_replay() {
     local target=$1 log="build/logs/fuzz-replay-$1.log"
-    "$(fuzz_program "$target")" "$fuzz_corpus/$target"/* >"$log" 2>&1 </dev/null && return
+    fuzz_execute "$target" "$log" "$fuzz_corpus/$target"/* && return
     local input
     input=$(sed -n 's/^Running: //p' "$log" | tail -n 1)
     fuzz_reason "$log" >&2
@@ -47,9 +50,8 @@ fuzz_run() {
     local target=$1 seconds=$2 log="build/logs/fuzz-$1.log"
     local work="$fuzz_work/$target" findings="$fuzz_findings/$target"
     mkdir -p "$work" "$findings"
-    "$(fuzz_program "$target")" -max_total_time="$seconds" -timeout=20 -print_final_stats=1 \
-        -artifact_prefix="$findings/" "$work" "$fuzz_corpus/$target" >"$log" 2>&1 </dev/null &&
-        return
+    fuzz_execute "$target" "$log" -max_total_time="$seconds" -timeout=20 -print_final_stats=1 \
+        -artifact_prefix="$findings/" "$work" "$fuzz_corpus/$target" && return
     local finding
     finding=$(sed -n 's/.*Test unit written to //p' "$log" | tail -n 1)
     fuzz_reason "$log" >&2
@@ -119,12 +121,11 @@ fuzz_all() {
 
 # Keeps what the runs have collected, where it reaches what no kept input does.
 fuzz_keep() {
-    local target=$1 before
+    local target=$1 before log="build/logs/fuzz-keep-$1.log"
     mkdir -p "$fuzz_work/$target"
     before=$(find "$fuzz_corpus/$target" -type f | wc -l)
-    "$(fuzz_program "$target")" -merge=1 "$fuzz_corpus/$target" "$fuzz_work/$target" \
-        >"build/logs/fuzz-keep-$target.log" 2>&1 </dev/null ||
-        fail "the merge failed, see build/logs/fuzz-keep-$target.log"
+    fuzz_execute "$target" "$log" -merge=1 "$fuzz_corpus/$target" "$fuzz_work/$target" ||
+        fail "the merge failed, see $log"
     say "$target: $(find "$fuzz_corpus/$target" -type f | wc -l) kept inputs, $before before"
 }
 
