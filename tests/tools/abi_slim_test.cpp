@@ -1,4 +1,4 @@
-// The accepted binary interface holds what daemons see, and nothing that another library keeps inside.
+// The accepted binary interface holds what daemons see, not what other libraries keep inside.
 #include <gmock/gmock.h>
 
 #include <cstdio>

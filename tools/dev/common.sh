@@ -55,8 +55,8 @@ need() {
     install_quietly "${missing[@]}"
 }
 
-# need_processor PROCESSOR [PACKAGE...]: installs what builds for a processor, as uname -m names it,
-# with these libraries for it. This machine's own needs no more than any build.
+# need_processor PROCESSOR: installs what builds for a processor, as uname -m names it, and what runs
+# that. This machine's own needs no more than any build.
 need_processor() {
     local processor=$1 architecture
     [ "$processor" != "$(uname -m)" ] || return 0
@@ -69,7 +69,8 @@ need_processor() {
         say "adding the architecture $architecture to dpkg"
         as_root dpkg --add-architecture "$architecture"
     fi
-    need "g++-${processor//_/-}-linux-gnu" "libyaml-dev:$architecture" "${@:2}"
+    need "g++-${processor//_/-}-linux-gnu" qemu-user \
+        {libyaml-dev,libgtest-dev,libgmock-dev,libstdc++6}":$architecture"
 }
 
 # Shows on a terminal, until the process ends, the time and the log's last line.
@@ -129,6 +130,10 @@ build() {
     check_preset "$preset"
     need "${packages[@]}"
     need_compiler "$preset"
+    case "$preset" in
+    arm64 | *-aarch64) need_processor aarch64 ;;
+    *-x86_64) need_processor x86_64 ;;
+    esac
     step "configure-$preset" "read the log, then ./dev build $preset" cmake --preset "$preset"
     step "$log" "mend the first error above, then ./dev build $preset" \
         cmake --build --preset "$preset" --parallel "$jobs" ${targets[0]:+--target "${targets[@]}"}

@@ -11,33 +11,31 @@ dump_abi() {
     tools/abi_slim.py "$dump.raw" >"$dump"
 }
 
+# Compares a dump with the accepted one of its processor, or accepts it.
 compare_abi() {
-    local processor=$1 dump=$2
-    if ! abidiff --harmless "abi/$processor.abi" "$dump"; then
-        fail "the binary interface on $processor is not the one in abi/$processor.abi.
-     Next: undo what changed it. Where the change is meant, and every daemon is built anew with
-     it: ./dev abi --accept, and commit abi/ with the reason."
-    fi
+    abidiff --harmless "abi/$1.abi" "$2" || return
+    say "the binary interface on $1 is the accepted one"
+}
+accept_abi() {
+    cp "$2" "abi/$1.abi"
+    say "abi/$1.abi is now the accepted binary interface"
 }
 
 verb_abi() {
-    local processor dump
+    local processor dump changed='' each=compare_abi
     case "${1:-}" in
-    '' | --accept) ;;
+    '') ;;
+    --accept) each=accept_abi ;;
     *) fail "usage: ./dev abi [--accept]" ;;
     esac
     need abigail-tools python3
     for processor in x86_64 aarch64; do
-        need_processor "$processor"
         build "abi-$processor" VYThelpers
         dump=build/abi-$processor/$processor.abi
         dump_abi "$processor" "$dump"
-        if [ "${1:-}" = --accept ]; then
-            cp "$dump" "abi/$processor.abi"
-            say "abi/$processor.abi is now the accepted binary interface"
-        else
-            compare_abi "$processor" "$dump"
-            say "the binary interface on $processor is the accepted one"
-        fi
+        "$each" "$processor" "$dump" || changed+=" $processor"
     done
+    [ -z "$changed" ] || fail "the binary interface is not the accepted one, see above:$changed
+     Next: undo what changed it. Where the change is meant, and every daemon is built anew with
+     it: ./dev abi --accept, and commit abi/ with the reason."
 }
