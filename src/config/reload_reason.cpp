@@ -1,7 +1,6 @@
 #include "lh_reload_reason.h"
 
 #include <cstddef>
-#include <cstdio>
 #include <cstring>
 #include <ctime>
 #include <span>
@@ -10,6 +9,7 @@
 #include "core/platform.hpp"
 #include "lh_file.h"
 #include "lh_process.h"
+#include "lh_str.h"
 
 using namespace vyt;
 
@@ -38,8 +38,8 @@ int lh_reload_reason_write(const char *reload_reason, const char *path, bool add
     char file[path_size];
     if (path != nullptr)
         strlcpy(file, path, sizeof(file));
-    else
-        snprintf(file, sizeof(file), "/tmp/%d", lh_process_self_pid_get());
+    else if (_lh_snprintf(file, sizeof(file), "/tmp/%d", lh_process_self_pid_get()) != 0)
+        return -1;
     if (lh_file_create(file, 0600) != 0) {
         // Deliberate: the same words as for a failed write, which the log's readers look for.
         LOG_ERROR("lh_file_write failed");

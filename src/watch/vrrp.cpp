@@ -54,6 +54,8 @@ vrrp_group *followed_group(uint32_t group)
 
 int create_vrrp_group(uint32_t gidx)
 {
+    if (out_of_range(IS_ME(gidx, group_max)))
+        return -1;
     if (vrrp_ctx.groups[gidx] != nullptr)
         return 0;
     auto *group = static_cast<vrrp_group *>(malloc(sizeof(vrrp_group)));
