@@ -1,7 +1,10 @@
 # shellcheck shell=bash
 # lint                          clang-tidy, cppcheck, shellcheck: nothing may be left to say
 
-shell_scripts=(dev .ci/run examples/demo/run tools/dev/common.sh tools/valgrind/memcheck)
+# Every program of the tree that a shell runs.
+shell_scripts() {
+    git grep -lE "^#!(/usr/bin/env bash|/bin/(ba)?sh)$" -- ":!*.md" ":!*.cpp" ":!*.py" ":!packaging/debian"
+}
 
 # One file per call: with several, the analyzer takes the later ones' va_start for missing.
 run_clang_tidy() {
@@ -24,7 +27,7 @@ run_cppcheck() {
 }
 
 run_shellcheck() {
-    shellcheck "${shell_scripts[@]}"
+    shell_scripts | xargs shellcheck tools/dev/common.sh
     shellcheck --exclude=SC2154 tools/dev/verbs/*.sh # what they share is assigned in common.sh
 }
 
