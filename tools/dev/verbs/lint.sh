@@ -27,7 +27,7 @@ run_cppcheck() {
 }
 
 run_shellcheck() {
-    shell_scripts | xargs shellcheck tools/dev/common.sh
+    shell_scripts | xargs shellcheck --external-sources tools/dev/common.sh
     shellcheck --exclude=SC2154 tools/dev/verbs/*.sh # what they share is assigned in common.sh
 }
 
