@@ -22,9 +22,10 @@ struct infallible {
 
 const std::vector<infallible> infallibles = {
     {"reads and writes the caller's memory only",
-     {"memchr",  "memcmp",    "memcpy",  "memmove",   "mempcpy",  "memrchr",  "memset",  "bcmp",
-      "strchr",  "strchrnul", "strcmp",  "strlcpy",   "strlen",   "strnlen",  "strrchr", "strtol",
-      "isprint", "tolower",   "toupper", "alphasort", "strerror", "strftime", "strptime"}},
+     {"memchr",  "memcmp",  "memcpy",    "memmove",   "mempcpy",  "memrchr",
+      "memset",  "bcmp",    "strchr",    "strchrnul", "strcmp",   "strlcpy",
+      "strlen",  "strnlen", "strrchr",   "strtol",    "atoi",     "isprint",
+      "tolower", "toupper", "alphasort", "strerror",  "strftime", "strptime"}},
     {"has no failure to report", {"free", "getpid", "time", "tzset", "umask", "feof", "ungetc"}},
     {"always finds a processor; no answer at all is tried where it is asked for", {"get_nprocs"}},
     {"only its arguments can let it fail; tried where a caller chooses them",

@@ -385,6 +385,12 @@ rule fails(const std::string &call, const std::string &outcome,
     return r;
 }
 
+rule gives(const std::string &call, const std::string &outcome,
+           const std::vector<std::string> &lines)
+{
+    return fails(call, outcome, lines).errno_unpromised();
+}
+
 rule shortened(const std::string &call, const std::string &outcome,
                const std::vector<std::string> &lines)
 {

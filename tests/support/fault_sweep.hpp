@@ -74,6 +74,9 @@ struct rule {
 // The failing call gives this outcome and these lines.
 rule fails(const std::string &call, const std::string &outcome,
            const std::vector<std::string> &lines = {});
+// The same, with an outcome that tells errno where it is promised.
+rule gives(const std::string &call, const std::string &outcome,
+           const std::vector<std::string> &lines = {});
 // The transfer goes through half way, which gives this outcome and these lines.
 rule shortened(const std::string &call, const std::string &outcome,
                const std::vector<std::string> &lines = {});
