@@ -16,7 +16,7 @@ need_architecture() {
 
 build_packages() {
     local architecture
-    need git build-essential debhelper cmake libyaml-dev doxygen graphviz lintian
+    need git build-essential debhelper cmake libyaml-dev doxygen python3 lintian
     for architecture in "${package_architectures[@]}"; do
         need_architecture "$architecture"
         step "package-$architecture" "mend the first error above, then ./dev package" \
