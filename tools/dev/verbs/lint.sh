@@ -1,8 +1,6 @@
 # shellcheck shell=bash
 # lint                          clang-tidy, cppcheck, shellcheck: nothing may be left to say
 
-shell_scripts=(dev .ci/run examples/demo/run tools/dev/common.sh tools/valgrind/memcheck)
-
 # One file per call: with several, the analyzer takes the later ones' va_start for missing.
 run_clang_tidy() {
     git ls-files 'src/*.cpp' 'platform/*.c' 'examples/*.c' |
@@ -24,8 +22,10 @@ run_cppcheck() {
 }
 
 run_shellcheck() {
-    shellcheck "${shell_scripts[@]}"
-    shellcheck --exclude=SC2154 tools/dev/verbs/*.sh # what they share is assigned in common.sh
+    local follow=(-x -P SCRIPTDIR)
+    git grep -lE '^#!(/usr/bin/env bash|/bin/(ba)?sh)' | xargs shellcheck "${follow[@]}"
+    # What the verbs share is assigned in common.sh.
+    git ls-files '*.sh' | xargs shellcheck "${follow[@]}" --exclude=SC2154
 }
 
 verb_lint() {
