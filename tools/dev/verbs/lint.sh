@@ -1,11 +1,6 @@
 # shellcheck shell=bash
 # lint                          clang-tidy, cppcheck, shellcheck: nothing may be left to say
 
-# Every program of the tree that a shell runs.
-shell_scripts() {
-    git grep -lE "^#!(/usr/bin/env bash|/bin/(ba)?sh)$" -- ":!*.md" ":!*.cpp" ":!*.py" ":!packaging/debian"
-}
-
 # One file per call: with several, the analyzer takes the later ones' va_start for missing.
 run_clang_tidy() {
     git ls-files 'src/*.cpp' 'platform/*.c' 'examples/*.c' |
@@ -27,8 +22,10 @@ run_cppcheck() {
 }
 
 run_shellcheck() {
-    shell_scripts | xargs shellcheck --external-sources tools/dev/common.sh
-    shellcheck --exclude=SC2154 tools/dev/verbs/*.sh # what they share is assigned in common.sh
+    local follow=(-x -P SCRIPTDIR)
+    git grep -lE '^#!(/usr/bin/env bash|/bin/(ba)?sh)$' -- ':!*.md' ':!*.cpp' ':!*.py' | xargs shellcheck "${follow[@]}"
+    # What the verbs share is assigned in common.sh.
+    git ls-files '*.sh' | xargs shellcheck "${follow[@]}" --exclude=SC2154
 }
 
 verb_lint() {
