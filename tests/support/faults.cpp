@@ -325,14 +325,8 @@ int wrap_execl(const char *path, const char *a, const char *b, const char *c)
     return execl(path, a, b, c, nullptr);
 }
 
-#define HOOK(name)                                                                                 \
-    {                                                                                              \
-#name, reinterpret_cast < void *>(wrap_##name), false                                      \
-    }
-#define ALLOCATING(name)                                                                           \
-    {                                                                                              \
-#name, reinterpret_cast < void *>(wrap_##name), true                                       \
-    }
+#define HOOK(name) hook(#name, reinterpret_cast<void *>(wrap_##name), false)
+#define ALLOCATING(name) hook(#name, reinterpret_cast<void *>(wrap_##name), true)
 
 std::vector<hook> hooks = {
     ALLOCATING(malloc),
