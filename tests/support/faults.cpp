@@ -325,8 +325,13 @@ int wrap_execl(const char *path, const char *a, const char *b, const char *c)
     return execl(path, a, b, c, nullptr);
 }
 
-#define HOOK(name) hook(#name, reinterpret_cast<void *>(wrap_##name), false)
-#define ALLOCATING(name) hook(#name, reinterpret_cast<void *>(wrap_##name), true)
+hook made(const char *call, void *wrapper, bool allocates)
+{
+    return {.call = call, .wrapper = wrapper, .allocates = allocates};
+}
+
+#define HOOK(name) made(#name, reinterpret_cast<void *>(wrap_##name), false)
+#define ALLOCATING(name) made(#name, reinterpret_cast<void *>(wrap_##name), true)
 
 std::vector<hook> hooks = {
     ALLOCATING(malloc),
