@@ -127,7 +127,8 @@ static bool is_running(const char *pid_file)
     int pid = lh_read_pid_file(pid_file);
     if (pid <= 0 || pid == getpid() || (kill(pid, 0) != 0 && errno == ESRCH))
         return false;
-    if (strcmp(lh_process_name_get_by_pid(pid), lh_process_self_name_get()) != 0)
+    const char *own_name = lh_process_self_name_get(); /* first: it may use the other's buffer */
+    if (strcmp(lh_process_name_get_by_pid(pid), own_name) != 0)
         return false;
     fprintf(stderr, "daemon_skeleton: running already as %d, says %s\n", pid, pid_file);
     return true;

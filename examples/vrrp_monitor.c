@@ -353,6 +353,7 @@ static void stop_polling(struct monitor *monitor, int fd)
 static int start_table(struct monitor *monitor)
 {
     struct table *table = &monitor->table;
+    /* One follows something. NOLINTNEXTLINE(clang-analyzer-optin.portability.UnixAPI) */
     monitor->rows = calloc(monitor->count, sizeof(*monitor->rows));
     if (monitor->rows == NULL || table_open(table) != 0 ||
         add(monitor, "timer", lh_timer_fd_create(lh_timer_s_to_timespec(1)), on_timer) != 0)
@@ -421,12 +422,12 @@ static void leave(struct monitor *monitor)
 /* Reads a decimal number from 1 to max and nothing else. */
 static bool parse_number(const char *text, unsigned long max, uint32_t *number)
 {
-    char *end;
+    char *rest;
     if (text[0] < '0' || text[0] > '9') /* strtoul would take a sign and blanks, too */
         return false;
     errno = 0;
-    unsigned long value = strtoul(text, &end, 10);
-    if (errno != 0 || *end != '\0' || value < 1 || value > max)
+    unsigned long value = strtoul(text, &rest, 10);
+    if (errno != 0 || *rest != '\0' || value < 1 || value > max)
         return false;
     *number = (uint32_t)value;
     return true;

@@ -27,9 +27,10 @@ static const struct {
 static bool parse_place(const char *text, struct record *record)
 {
     char place[NETNS_SIZE + 32];
-    if (strlen(text) >= sizeof(place))
+    size_t length = strlen(text);
+    if (length >= sizeof(place))
         return false;
-    strcpy(place, text);
+    memcpy(place, text, length + 1);
 
     /* From the end: a namespace's name may have colons. */
     char *group = strrchr(place, ':');
@@ -40,7 +41,7 @@ static bool parse_place(const char *text, struct record *record)
     if (vrid == NULL || vrid - place >= NETNS_SIZE)
         return false;
     *vrid++ = '\0';
-    strcpy(record->netns, place); /* it fits, as just seen */
+    memcpy(record->netns, place, (size_t)(vrid - place)); /* it fits, as just seen */
     return parse_number(vrid, 1, VRID_MAX, &record->vrid) &&
            parse_number(group, 0, GROUP_MAX, &record->group);
 }
@@ -56,6 +57,7 @@ bool notified_parse(const char *text, struct notified *instance)
 
 static bool publish(const struct notified *instances, size_t count, const char *path)
 {
+    /* There is at least one. NOLINTNEXTLINE(clang-analyzer-optin.portability.UnixAPI) */
     struct record *records = calloc(count, sizeof(*records));
     size_t published = 0;
     if (records == NULL)

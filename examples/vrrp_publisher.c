@@ -237,9 +237,10 @@ static int parse_arguments(struct arguments *arguments, int argc, char **argv)
                                             {"notify", required_argument, NULL, 'n'},
                                             {"help", no_argument, NULL, 'h'},
                                             {NULL, 0, NULL, 0}};
-    int option, status;
+    int option;
     while ((option = getopt_long(argc, argv, "+i:h", options, NULL)) != -1) {
-        if ((status = take_option(arguments, option)) >= 0)
+        int status = take_option(arguments, option);
+        if (status >= 0)
             return status;
     }
     bool plays = arguments->fifo == NULL;

@@ -56,7 +56,7 @@ static bool parse_netns(const struct scenario *scenario, const char *word, char 
     if (strlen(word) >= NETNS_SIZE)
         return wrong(scenario, "the namespace '%s' has more than %d characters", word,
                      NETNS_SIZE - 1);
-    strcpy(netns, strcmp(word, "-") == 0 ? "" : word); /* the record was zeroed; it fits */
+    snprintf(netns, NETNS_SIZE, "%s", strcmp(word, "-") == 0 ? "" : word); /* it fits */
     return true;
 }
 

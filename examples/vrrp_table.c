@@ -132,7 +132,7 @@ static void put_row(struct frame *frame, const struct table_row *row, int name_w
     put_status(frame, row->status);
     go_to_column(frame, column += STATUS_WIDTH);
     put_time(frame, now_ms - row->changed_ms);
-    go_to_column(frame, column += TIME_WIDTH);
+    go_to_column(frame, column + TIME_WIDTH);
     put(frame, row->members);
 }
 

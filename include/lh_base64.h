@@ -30,6 +30,7 @@ extern "C" {
  *         caller releases with free(); null on failure.
  * @errno  ENOMEM when there is no memory.
  * @log    `PTR_IS_NULL: in`; `PTR_IS_NULL: out` when there is no memory.
+ * @blocking no.
  * @threads any.
  */
 char *lh_base64_encode(const unsigned char *in, size_t len);
@@ -44,6 +45,7 @@ char *lh_base64_encode(const unsigned char *in, size_t len);
  * @errno  ENOMEM when there is no memory.
  * @log    `PTR_IS_NULL: in`; `PTR_IS_NULL: out` when there is no memory. A text whose length is no
  *         multiple of four, or that holds a character outside the alphabet, fails without a line.
+ * @blocking no.
  * @threads any.
  * @note Deliberate: `=` is accepted anywhere. It counts as six zero bits; as the third or fourth
  *       character of its group of four it also drops the group's second or third byte.
@@ -61,6 +63,7 @@ unsigned char *lh_base64_decode(const char *in, size_t *out_len);
  * @errno  ENOMEM when there is no memory.
  * @log    `PTR_IS_NULL: in`; `PTR_IS_NULL: out` when there is no memory; `string is not base64` for
  *         a character outside the alphabet (a NUL within `len` is one).
+ * @blocking no.
  * @threads any.
  * @note Deliberate: every four bits become a digit, also where they are filler of a padded group,
  *       and fewer are dropped: `AA==` gives `000`, `AAA=` gives `0000`, `/w==` gives `FF0`. Do not
@@ -78,6 +81,7 @@ char *lh_base64_to_hex(const char *in, size_t len);
  * @errno  ENOMEM when there is no memory.
  * @log    `PTR_IS_NULL: in`; `PTR_IS_NULL: out` when there is no memory; `string is not HEX` for a
  *         character that is no digit (a NUL within `len` is one).
+ * @blocking no.
  * @threads any.
  * @note An odd count is four bits without a byte around them: `0` gives `A===`.
  */

@@ -47,6 +47,7 @@ typedef struct lh_bf {
  * @errno  ENOMEM when there is no memory.
  * @log    `IS_EQ check failed: size (0 == 0) !!!`; `PTR_IS_NULL: bf` when there is no memory for
  *         the record.
+ * @blocking no.
  * @threads any.
  * @note Deliberate: when there is memory for the record but **not for its bytes**, a record with a
  *       null `base` comes back and nothing is logged here. Every later call on it fails and logs;
@@ -60,6 +61,7 @@ lh_bf_t *lh_bf_alloc(const void *init, size_t size);
  * @param bf the bit field.
  * @errno  kept.
  * @log    the lines about a record that is not valid.
+ * @blocking no.
  * @threads any, one at a time for a record.
  * @note Deliberate: a record that is not valid is logged and **not released**.
  */
@@ -72,6 +74,7 @@ void lh_bf_free(lh_bf_t *bf);
  * @return `size * 8`; 0 for a record that is not valid.
  * @errno  kept.
  * @log    the lines about a record that is not valid.
+ * @blocking no.
  * @threads any, one at a time for a record.
  */
 size_t lh_bf_n_bits_get(const lh_bf_t *bf);
@@ -86,6 +89,7 @@ size_t lh_bf_n_bits_get(const lh_bf_t *bf);
  * @log    the lines about a record that is not valid;
  *         `IS_MT check failed: bit_num (%lu > %lu) !!!` (the bit, the highest bit) when it is beyond
  *         the field.
+ * @blocking no.
  * @threads any, one at a time for a record.
  */
 bool lh_bf_bit_out_of_range(const lh_bf_t *bf, size_t bit_num);
@@ -99,6 +103,7 @@ bool lh_bf_bit_out_of_range(const lh_bf_t *bf, size_t bit_num);
  * @errno  kept.
  * @log    the lines about a record that is not valid; the line of lh_bf_bit_out_of_range(), under
  *         that name.
+ * @blocking no.
  * @threads any, one at a time for a record.
  */
 int lh_bf_bit_set(lh_bf_t *bf, size_t bit_num);
@@ -112,6 +117,7 @@ int lh_bf_bit_set(lh_bf_t *bf, size_t bit_num);
  * @errno  kept.
  * @log    the lines about a record that is not valid; the line of lh_bf_bit_out_of_range(), under
  *         that name.
+ * @blocking no.
  * @threads any, one at a time for a record.
  */
 int lh_bf_bit_clear(lh_bf_t *bf, size_t bit_num);
@@ -126,6 +132,7 @@ int lh_bf_bit_clear(lh_bf_t *bf, size_t bit_num);
  * @errno  kept.
  * @log    the lines about a record that is not valid; `PTR_IS_NULL: value`; the line of
  *         lh_bf_bit_out_of_range(), under that name.
+ * @blocking no.
  * @threads any, one at a time for a record.
  */
 int lh_bf_bit_get(const lh_bf_t *bf, size_t bit_num, bool *value);
@@ -137,6 +144,7 @@ int lh_bf_bit_get(const lh_bf_t *bf, size_t bit_num, bool *value);
  * @return `size * 8 + 1` bytes; 0 for a record that is not valid.
  * @errno  kept.
  * @log    the lines about a record that is not valid.
+ * @blocking no.
  * @threads any, one at a time for a record.
  */
 size_t lh_bf_str_size_get(const lh_bf_t *bf);
@@ -148,6 +156,7 @@ size_t lh_bf_str_size_get(const lh_bf_t *bf);
  * @return a new string, which the caller releases with free(); null on failure.
  * @errno  ENOMEM when there is no memory.
  * @log    the lines about a record that is not valid; `PTR_IS_NULL: str` when there is no memory.
+ * @blocking no.
  * @threads any, one at a time for a record.
  */
 char *lh_bf_strdup(const lh_bf_t *bf);
@@ -159,6 +168,7 @@ char *lh_bf_strdup(const lh_bf_t *bf);
  * @return `size * 2 + 1` bytes; 0 for a record that is not valid.
  * @errno  kept.
  * @log    the lines about a record that is not valid.
+ * @blocking no.
  * @threads any, one at a time for a record.
  */
 size_t lh_bf_hex_str_size_get(const lh_bf_t *bf);
@@ -173,6 +183,7 @@ size_t lh_bf_hex_str_size_get(const lh_bf_t *bf);
  * @errno  kept.
  * @log    the lines about a record that is not valid; `PTR_IS_NULL: hex_str`;
  *         `IS_LT check failed: hex_str_size (%lu < %lu) !!!` (the size, the needed size).
+ * @blocking no.
  * @threads any, one at a time for a record.
  * @note The digits are in the order of the bytes, each byte's high digit first; the bit string of
  *       lh_bf_strdup() is in the order of the bits.
@@ -185,6 +196,8 @@ int lh_bf_stringize_hex(const lh_bf_t *bf, char *hex_str, size_t hex_str_size);
  * @param hex_str_len the number of digits.
  * @return half of it, rounded down.
  * @errno  kept.
+ * @log    none.
+ * @blocking no.
  * @threads any.
  */
 size_t lh_bf_size_for_hex_str_get(size_t hex_str_len);
@@ -204,6 +217,7 @@ size_t lh_bf_size_for_hex_str_get(size_t hex_str_len);
  *         `IS_NE check failed: 0 (0 != 1) !!!` for an odd number of digits;
  *         `IS_LT check failed: bf->size (%lu < %lu) !!!` (the field's bytes, the needed bytes);
  *         `sscanf failed` for a pair that holds no number.
+ * @blocking no.
  * @threads any, one at a time for a record.
  * @note Deliberate: each pair is read as `sscanf` reads `%02x`. So a digit before something else
  *       counts alone (`7z` is 7), and a blank or a sign may stand before a single digit (`-7` is
@@ -218,6 +232,7 @@ int lh_bf_hex_str_parse(lh_bf_t *bf, const char *hex_str, size_t hex_str_len);
  * @return true when a bit is set; false when none is, and for a record that is not valid.
  * @errno  kept.
  * @log    the lines about a record that is not valid.
+ * @blocking no.
  * @threads any, one at a time for a record.
  */
 bool lh_bf_is_dirty(const lh_bf_t *bf);
@@ -229,6 +244,7 @@ bool lh_bf_is_dirty(const lh_bf_t *bf);
  * @return how many; -1 for a record that is not valid.
  * @errno  kept.
  * @log    the lines about a record that is not valid.
+ * @blocking no.
  * @threads any, one at a time for a record.
  */
 int lh_bf_popcount(const lh_bf_t *bf);
@@ -242,6 +258,7 @@ int lh_bf_popcount(const lh_bf_t *bf);
  * @errno  kept.
  * @log    the lines about a record that is not valid, first for `dst`, then for `src`, which they
  *         name in the place of `bf`: `PTR_IS_NULL: dst`, `PTR_IS_NULL: (src)->base` ...
+ * @blocking no.
  * @threads any, one at a time for a record.
  * @note Deliberate: where `src` is shorter, the bytes of `dst` behind its end **stay as they are**;
  *       they are not cleared.
@@ -255,6 +272,7 @@ int lh_bf_and(lh_bf_t *dst, const lh_bf_t *src);
  * @return 0, or -1.
  * @errno  kept.
  * @log    the lines about a record that is not valid.
+ * @blocking no.
  * @threads any, one at a time for a record.
  */
 int lh_bf_not(lh_bf_t *bf);
@@ -266,6 +284,8 @@ int lh_bf_not(lh_bf_t *bf);
  * @param ...   further `int` arguments; the first -1 among them **ends the list** and must be there.
  * @return the largest one.
  * @errno  kept.
+ * @log    none.
+ * @blocking no.
  * @threads any.
  */
 int _lh_max_int_get(int first, ...);

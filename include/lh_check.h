@@ -55,28 +55,143 @@
 /* What every error line starts with: process name, pid, function, source line. */
 #define LH_CHECK_PREFIX_ "<%s(%lu):%s:%d> "
 
+/**
+ * Fires when a pointer is null.
+ *
+ * @param p the pointer.
+ * @return 1 when it fired, else 0.
+ * @errno  kept.
+ * @log    `PTR_IS_NULL: %s` (the text of `p`).
+ * @blocking no.
+ * @threads any.
+ */
 #define PTR_IS_NULL(p)                                                                             \
     lh_check_((p) == NULL, LH_CHECK_PREFIX_ "PTR_IS_NULL: %s", __func__, __LINE__, #p, 0, 0, 0)
 
+/**
+ * Fires when a pointer is not null.
+ *
+ * @param p the pointer.
+ * @return 1 when it fired, else 0.
+ * @errno  kept.
+ * @log    `PTR_NOT_NULL: %s` (the text of `p`).
+ * @blocking no.
+ * @threads any.
+ */
 #define PTR_NOT_NULL(p)                                                                            \
     lh_check_((p) != NULL, LH_CHECK_PREFIX_ "PTR_NOT_NULL: %s", __func__, __LINE__, #p, 0, 0, 0)
 
+/**
+ * Fires when two numbers are equal.
+ *
+ * @param a the number that the line names; its type decides whether both are taken as signed.
+ * @param b the number to compare it with.
+ * @return 1 when it fired, else 0.
+ * @errno  kept.
+ * @log    `IS_EQ check failed: %s (%ld == %ld) !!!` or `IS_EQ check failed: %s (%lu == %lu) !!!`
+ *         (the text of `a`, both values).
+ * @blocking no.
+ * @threads any.
+ */
 #define IS_EQ(a, b) LH_CHECK_PAIR_(EQ, ==, a, #a, b)
+
+/**
+ * Fires when two numbers are not equal.
+ *
+ * @param a the number that the line names; its type decides whether both are taken as signed.
+ * @param b the number to compare it with.
+ * @return 1 when it fired, else 0.
+ * @errno  kept.
+ * @log    `IS_NE check failed: %s (%ld != %ld) !!!` or `IS_NE check failed: %s (%lu != %lu) !!!`
+ *         (the text of `a`, both values).
+ * @blocking no.
+ * @threads any.
+ */
 #define IS_NE(a, b) LH_CHECK_PAIR_(NE, !=, a, #a, b)
+
+/**
+ * Fires when the first number is below the second.
+ *
+ * @param a the number that the line names; its type decides whether both are taken as signed.
+ * @param b the number to compare it with.
+ * @return 1 when it fired, else 0.
+ * @errno  kept.
+ * @log    `IS_LT check failed: %s (%ld < %ld) !!!` or `IS_LT check failed: %s (%lu < %lu) !!!`
+ *         (the text of `a`, both values).
+ * @blocking no.
+ * @threads any.
+ */
 #define IS_LT(a, b) LH_CHECK_PAIR_(LT, <, a, #a, b)
+
+/**
+ * Fires when the first number is above the second.
+ *
+ * @param a the number that the line names; its type decides whether both are taken as signed.
+ * @param b the number to compare it with.
+ * @return 1 when it fired, else 0.
+ * @errno  kept.
+ * @log    `IS_MT check failed: %s (%ld > %ld) !!!` or `IS_MT check failed: %s (%lu > %lu) !!!`
+ *         (the text of `a`, both values).
+ * @blocking no.
+ * @threads any.
+ */
 #define IS_MT(a, b) LH_CHECK_PAIR_(MT, >, a, #a, b)
 
+/**
+ * Fires when the first number is not below the second.
+ *
+ * @param a the number that the line names, taken as unsigned.
+ * @param b the number to compare it with, unsigned too.
+ * @return 1 when it fired, else 0.
+ * @errno  kept.
+ * @log    `IS_ME check failed: %s (%lu >= %lu) !!!` (the text of `a`, both values).
+ * @blocking no.
+ * @threads any.
+ */
 #define IS_ME(a, b)                                                                                \
     lh_check_is_me_((unsigned long)(a), (unsigned long)(b),                                        \
                     LH_CHECK_PREFIX_ "IS_ME check failed: %s (%lu >= %lu) !!!", __func__,          \
                     __LINE__, #a)
 
+/**
+ * Fires when a number is outside a range.
+ *
+ * @param v   the number, taken as unsigned.
+ * @param min the lowest one that is in range.
+ * @param max the highest one that is in range.
+ * @return 1 when it fired, else 0.
+ * @errno  kept.
+ * @log    `OUT_OF_RANGE check failed: %s is really out of range (%lu %lu %lu) !!!` (the text of
+ *         `v`; `min`, the value, `max`).
+ * @blocking no.
+ * @threads any.
+ */
 #define OUT_OF_RANGE(v, min, max)                                                                  \
     lh_check_out_of_range_((unsigned long)(v), (unsigned long)(min), (unsigned long)(max),         \
                            __func__, __LINE__, #v)
 
+/**
+ * Fires when a condition does not hold.
+ *
+ * @param c the condition; its text must not hold a percent sign.
+ * @return 1 when it fired, else 0.
+ * @errno  kept.
+ * @log    `IS_NOT: c` with the text of the condition.
+ * @blocking no.
+ * @threads any.
+ */
 #define IS_NOT(c) lh_check_(!(c), LH_CHECK_PREFIX_ "IS_NOT: " #c, __func__, __LINE__, NULL, 0, 0, 0)
 
+/**
+ * Fires when a call gives anything but 0.
+ *
+ * @param call the call.
+ * @return 1 when it fired, else 0.
+ * @errno  kept.
+ * @log    `%s failed` (the text of `call`).
+ * @blocking no.
+ * @threads any.
+ */
 #define CALL_FAILED(call)                                                                          \
     lh_check_((call) != 0, LH_CHECK_PREFIX_ "%s failed", __func__, __LINE__, #call, 0, 0, 0)
 

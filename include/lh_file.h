@@ -2,8 +2,8 @@
  * @file lh_file.h
  * Files: questions about a path, whole files, lines, creating and copying.
  *
- * All functions are stateless. "As `fopen` does" under @blocking means: on the file system, and for
- * as long as it takes when the path is a FIFO or a device.
+ * All functions are stateless. A call that blocks "as `fopen` does" blocks on the
+ * file system, and for as long as it takes when the path is a FIFO or a device.
  */
 #ifndef LH_FILE_H
 #define LH_FILE_H
@@ -88,7 +88,7 @@ int lh_file_is_empty(const char *path);
  * @param path the path; links are followed. Null is logged.
  * @return its size in bytes; 0 for an empty file, for an absent one and on failure.
  * @errno  of `access` or `stat`.
- * @log    `lh_file_is_exist: PTR_IS_NULL: path`, in that function's name; `stat '%s' failed` (path)
+ * @log    in the name of `lh_file_is_exist`: `PTR_IS_NULL: path`; in its own: `stat '%s' failed` (path)
  *         when the file is there but cannot be looked at; nothing when it is absent.
  * @blocking on the file system.
  * @threads any.

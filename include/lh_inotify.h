@@ -57,6 +57,7 @@ typedef void (*lh_inotify_cb)(void *arg);
  * @return the watcher, released with lh_inotify_free(); null on failure.
  * @errno  of the failing call.
  * @log    debug lines `malloc failed: %s`, `inotify_init1 failed: %s` (strerror).
+ * @blocking no.
  * @threads any; the watcher then belongs to one thread.
  */
 lh_inotify *lh_inotify_create(void);
@@ -68,6 +69,7 @@ lh_inotify *lh_inotify_create(void);
  *            nothing; a null `ptr` is logged.
  * @errno  of no meaning.
  * @log    `PTR_IS_NULL: ptr`.
+ * @blocking no.
  * @threads the watcher's.
  * @note Take the descriptor out of the poll loop first.
  */
@@ -81,6 +83,7 @@ void lh_inotify_free(lh_inotify **ptr);
  *         restart.
  * @errno  kept.
  * @log    `PTR_IS_NULL: ptr`.
+ * @blocking no.
  * @threads the watcher's.
  */
 int lh_inotify_get_fd(lh_inotify *ptr);
@@ -94,6 +97,7 @@ int lh_inotify_get_fd(lh_inotify *ptr);
  *         the poll loop before this call); -1 on failure, after which the watcher has none.
  * @errno  of `inotify_init1`.
  * @log    `PTR_IS_NULL: ptr`; debug line `inotify_init1 failed: %s`.
+ * @blocking no.
  * @threads the watcher's.
  * @note Follow it with lh_inotify_process(): until then nothing is watched. Every file that is there
  *       is then reported as changed once.
@@ -113,9 +117,10 @@ int lh_inotify_restart(lh_inotify *ptr);
  * @return 0, or -1.
  * @errno  EEXIST, without a line, when this directory and name are followed already; else of the
  *         failing call.
- * @log    `PTR_IS_NULL: ptr`, `parent_dir` or `file_name`; `PTR_IS_NULL: file->parent_dir` (function
- *         `create_file`) when there is no memory for it. Debug lines of `create_file`, with line
- *         number: `malloc failed: %s`, `state %s to %s (%s)`.
+ * @log    `PTR_IS_NULL: ptr`, `PTR_IS_NULL: parent_dir` or `PTR_IS_NULL: file_name`;
+ *         `PTR_IS_NULL: file->parent_dir` (function `create_file`) when there is no memory for it.
+ *         Debug lines of `create_file`, with line number: `malloc failed: %s`,
+ *         `state %s to %s (%s)`.
  * @blocking on the file system (a `stat`).
  * @threads the watcher's; not from a callback.
  * @note No watch is armed here: the next lh_inotify_process() does it. A file that is there already
@@ -134,7 +139,8 @@ int lh_inotify_include_file(lh_inotify *ptr, const char *parent_dir, const char 
  * @param file_name  the name; null is logged.
  * @return 0, also when the file was not followed; -1 for a null argument.
  * @errno  of no meaning.
- * @log    `PTR_IS_NULL: ptr`, `parent_dir` or `file_name`.
+ * @log    `PTR_IS_NULL: ptr`, `PTR_IS_NULL: parent_dir` or `PTR_IS_NULL: file_name`.
+ * @blocking no.
  * @threads the watcher's; not from a callback.
  * @note A directory watch that another followed file uses stays armed for it.
  */

@@ -64,6 +64,7 @@ typedef int (*lh_list_cmp)(const void *data, const void *key, size_t size);
  * @log    under the name `list_add`: `PTR_IS_NULL: data`;
  *         `Unable to allocate memory for new entry`;
  *         `Unable to allocate memory for new entry data`.
+ * @blocking no.
  * @threads one at a time per list; guard a shared list.
  * @note Success is 1 here and failure 0, unlike in most families.
  */
@@ -78,6 +79,7 @@ int lh_list_add(lh_list *head, const void *data, size_t size);
  * @return 1, or 0 with the list as it was.
  * @errno  ENOMEM when there is no memory.
  * @log    the lines of lh_list_add(), under the name `list_add` too.
+ * @blocking no.
  * @threads one at a time per list; guard a shared list.
  */
 int lh_list_add_tail(lh_list *head, const void *data, size_t size);
@@ -92,6 +94,7 @@ int lh_list_add_tail(lh_list *head, const void *data, size_t size);
  * @return the first non-zero answer's low byte, 1 to 255; 0 when no node matches.
  * @errno  as `cmp` left it.
  * @log    `PTR_IS_NULL: key`; `PTR_IS_NULL: cmp`.
+ * @blocking in `cmp` only.
  * @threads guard a shared list, for reading at least.
  * @note An answer whose low byte is 0 (256, say) is no match.
  */
@@ -105,6 +108,7 @@ int lh_list_contains_ex(const lh_list *head, const void *key, lh_list_cmp cmp);
  * @return 1 when some node's data equals the first `size` bytes of the key, else 0.
  * @errno  kept.
  * @log    `PTR_IS_NULL: key`.
+ * @blocking no.
  * @threads guard a shared list, for reading at least.
  * @note The number of bytes compared is each *node's* size: the key must be as long as the longest
  *       element, else bytes past its end are read. A node of size 0 equals every key.
@@ -119,6 +123,7 @@ int lh_list_contains(const lh_list *head, const void *key);
  *         empty. An element of size 0 gives a pointer to no bytes, to be released too.
  * @errno  kept.
  * @log    none.
+ * @blocking no.
  * @threads one at a time per list; guard a shared list.
  * @note The element's size is not handed out: read it from the node before, where it matters.
  */
@@ -131,6 +136,7 @@ void *lh_list_pop_front(lh_list *head);
  * @return as lh_list_pop_front().
  * @errno  kept.
  * @log    none.
+ * @blocking no.
  * @threads one at a time per list; guard a shared list.
  */
 void *lh_list_pop_back(lh_list *head);
@@ -142,6 +148,7 @@ void *lh_list_pop_back(lh_list *head);
  * @return 1 when it is, else 0.
  * @errno  kept.
  * @log    none.
+ * @blocking no.
  * @threads guard a shared list, for reading at least.
  */
 int lh_list_empty(const lh_list *head);
@@ -152,6 +159,7 @@ int lh_list_empty(const lh_list *head);
  * @param head the list; not checked for null. The head itself stays the caller's.
  * @errno  kept.
  * @log    none.
+ * @blocking no.
  * @threads one at a time per list; guard a shared list.
  */
 void lh_list_free(lh_list *head);

@@ -74,6 +74,7 @@ struct lh_poll_ctx {
  * @log    `PTR_IS_NULL: ctx`; `IS_LT check failed: fd (%ld < %ld) !!!`; when there is no memory
  *         `PTR_IS_NULL: ctx->_fds`, `PTR_IS_NULL: ctx->pfd`, `PTR_IS_NULL: pfd_tmp` or
  *         `PTR_IS_NULL: _fds_tmp`.
+ * @blocking no.
  * @threads the event thread.
  * @note Pointers into the entries (also from lh_poll_ctx_fd_get()) are valid until the next
  *       registration or deletion. After `PTR_IS_NULL: _fds_tmp` the context must not be used any
@@ -95,6 +96,7 @@ int lh_poll_ctx_fd_add(lh_poll_ctx *ctx, const char *name, int fd, lh_poll_ctx_f
  *         when the descriptor is not registered.
  * @errno  kept.
  * @log    `PTR_IS_NULL: ctx`; `IS_LT check failed: fd (%ld < %ld) !!!`.
+ * @blocking no.
  * @threads the event thread.
  */
 lh_poll_ctx_fd *lh_poll_ctx_fd_get(lh_poll_ctx *ctx, int fd);
@@ -110,6 +112,7 @@ lh_poll_ctx_fd *lh_poll_ctx_fd_get(lh_poll_ctx *ctx, int fd);
  * @log    `PTR_IS_NULL: ctx`, `PTR_IS_NULL: ctx->pfd` or `PTR_IS_NULL: ctx->_fds`;
  *         `IS_EQ check failed: i (%lu == %lu) !!!` (both the number of entries) when it is not
  *         registered; `PTR_IS_NULL: _fds_new` or `PTR_IS_NULL: pfd_new` when there is no memory.
+ * @blocking no.
  * @threads the event thread.
  * @note The others keep their order. Called from a handler, it moves the entries behind the deleted
  *       one down: when a handler deletes its own descriptor, the next entry is skipped in this pass
@@ -124,6 +127,7 @@ int lh_poll_ctx_fd_del(lh_poll_ctx *ctx, int fd);
  * @errno  of the last `close` that failed.
  * @log    `PTR_IS_NULL: ctx`; for each descriptor that could not be closed the line of lh_close()
  *         and `lh_close(&ctx->pfd[i].fd->fd) failed`; its entry keeps the descriptor.
+ * @blocking as `close` does.
  * @threads the event thread.
  */
 void lh_poll_ctx_close_all(lh_poll_ctx *ctx);
@@ -134,6 +138,7 @@ void lh_poll_ctx_close_all(lh_poll_ctx *ctx);
  * @param ctx the context (stays the caller's); null is logged.
  * @errno  kept.
  * @log    `PTR_IS_NULL: ctx`.
+ * @blocking no.
  * @threads the event thread.
  * @note Deliberate: `pfd_num` keeps its value. Whoever uses the context again sets it to 0 first;
  *       a loop that is run without that ends with `poll failed`.
@@ -150,6 +155,7 @@ void lh_poll_ctx_free(lh_poll_ctx *ctx);
  * @return 0, or -1; a callback that was set before stays.
  * @errno  kept.
  * @log    `PTR_IS_NULL: ctx`; `PTR_IS_NULL: on_each_event_cb`; `update callback already exists`.
+ * @blocking no.
  * @threads the event thread.
  * @note There is no call to replace or clear it.
  */
@@ -183,6 +189,7 @@ void lh_poll_ctx_main_loop(lh_poll_ctx *ctx);
  * @param ctx the context; its `stop` becomes 1. Null is logged.
  * @errno  kept.
  * @log    `PTR_IS_NULL: ctx`.
+ * @blocking no.
  * @threads the event thread: a handler or the per-pass callback.
  */
 void lh_poll_ctx_main_loop_break(lh_poll_ctx *ctx);

@@ -17,6 +17,8 @@ extern "C" {
  *
  * @return the pid that `getpid` gave at the first call.
  * @errno  kept.
+ * @log    none.
+ * @blocking no.
  * @threads any; no lock, no system call after the first call.
  * @note The value is never refreshed: a forked child whose parent had called it before the fork
  *       still gets (and logs) the parent's pid. Call `getpid` where the child's own pid matters.
@@ -50,6 +52,7 @@ const char *lh_process_self_name_get(void);
  * @errno  of the failing call.
  * @log    at LOG_DEBUG `<%s:%d> cannot open proc file for pid=%lu`;
  *         at LOG_ERR `<%s:%d> read '%s' failed` (the path in `/proc`). Both with the short prefix.
+ * @blocking reads `/proc`.
  * @threads one at a time: the buffer is shared by all callers, copy the name to keep it.
  * @note A process with an empty command line (a kernel thread, a zombie) leaves the buffer as the
  *       previous call left it, so the name of that earlier process comes back.
@@ -66,6 +69,7 @@ const char *lh_process_name_get_by_pid(int pid);
  * @errno  of the failing call.
  * @log    `<%s:%d> read '%s' failed` (the path) when reading fails; nothing when there is no such
  *         thread.
+ * @blocking reads `/proc`.
  * @threads one at a time: the buffer is shared by all callers.
  */
 const char *lh_process_name_get_by_itid(int pid, int tid);

@@ -39,6 +39,7 @@ extern "C" {
  * @return 0, or -1.
  * @errno  kept.
  * @log    `PTR_IS_NULL: lock`; `cannot initialize rwlock: %d (%s)`.
+ * @blocking never.
  * @threads one at a time per lock.
  */
 int lh_rwlock_init(pthread_rwlock_t *lock, const pthread_rwlockattr_t *attr);
@@ -50,6 +51,7 @@ int lh_rwlock_init(pthread_rwlock_t *lock, const pthread_rwlockattr_t *attr);
  * @return 0, or -1.
  * @errno  kept.
  * @log    `PTR_IS_NULL: lock`; `cannot destroy rwlock: %d (%s)`.
+ * @blocking never.
  * @threads one at a time per lock.
  */
 int lh_rwlock_destroy(pthread_rwlock_t *lock);

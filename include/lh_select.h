@@ -26,6 +26,7 @@ extern "C" {
  *         descriptor is a member; null when `fdset` is null or there is no memory.
  * @errno  ENOMEM when there is no memory.
  * @log    `PTR_IS_NULL: fdset`; without memory the line of lh_str_add().
+ * @blocking no.
  * @threads any, while nobody changes the set.
  */
 char *lh_select_fdset_strdup(const fd_set *fdset, int nfds);
@@ -38,6 +39,7 @@ char *lh_select_fdset_strdup(const fd_set *fdset, int nfds);
  * @return the number; 0 when `fdset` is null.
  * @errno  kept.
  * @log    `PTR_IS_NULL: fdset`.
+ * @blocking no.
  * @threads any, while nobody changes the set.
  */
 int lh_select_fdset_fds_cnt_get(const fd_set *fdset, int nfds);
@@ -49,6 +51,7 @@ int lh_select_fdset_fds_cnt_get(const fd_set *fdset, int nfds);
  * @param nfds  how many descriptors to look at.
  * @errno  ENOMEM when there is no memory.
  * @log    `PTR_IS_NULL: fdset`; without memory the line of lh_str_add().
+ * @blocking no.
  * @threads any, while nobody changes the set.
  * @note Deliberate: it writes the text nowhere. Daemons keep their calls of it; whoever wants the
  *       text uses lh_select_fdset_strdup().

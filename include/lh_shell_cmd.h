@@ -36,6 +36,7 @@ extern "C" {
  * @param c the character.
  * @return 1 for these sixteen, 0 for all others: ``! " $ & ' ( ) * ; < = > ? \ ` |``.
  * @errno  kept.
+ * @log    none.
  * @blocking no.
  * @threads any.
  * @note **Not everything that a shell interprets is escaped**, deliberately: blanks, newlines and
@@ -119,28 +120,28 @@ typedef struct lh_shell_cmd_run_opts {
 
     lh_shell_cmd_run_cb timer_max_cb; /**< called when the maximum run time is over; the run ends
                                            with its result. Null: the child is sent `kill_sig` */
-    void *timer_max_cb_arg;
+    void *timer_max_cb_arg;           /**< its argument */
     struct timespec timer_max_period; /**< maximum run time; zero: none */
     int32_t kill_sig;                 /**< sent when the maximum run time is over; 0: SIGTERM */
     int32_t hide_cmd; /**< non-zero: error lines show "********" in place of the command line */
 
     lh_shell_cmd_run_cb timer_progress_cb; /**< progress tick; non-zero ends the run. Null: none */
-    void *timer_progress_cb_arg;
+    void *timer_progress_cb_arg;           /**< its argument */
     struct timespec timer_progress_period; /**< zero: half a second */
 
     lh_shell_cmd_run_cb timer_alive_sig_cb; /**< liveness tick; non-zero ends the run. Null: none */
-    void *timer_alive_sig_cb_arg;
+    void *timer_alive_sig_cb_arg;           /**< its argument */
     struct timespec
         timer_alive_sig_period; /**< with the callback **always set it**: zero makes the run fail */
 
     lh_shell_cmd_run_cb timer_check_complete_cb; /**< called at every look whether the child has
                                                       ended; non-zero ends the run. Null: none */
-    void *timer_check_complete_cb_arg;
+    void *timer_check_complete_cb_arg;           /**< its argument */
     struct timespec timer_check_complete_period; /**< time between two looks; zero: 10 ms */
 
     lh_shell_cmd_run_cb on_complete_cb; /**< called once after the child has ended; non-zero makes
                                              the run fail. Null: none */
-    void *on_complete_cb_arg;
+    void *on_complete_cb_arg;           /**< its argument */
 
     int32_t exit_code; /**< written when the run returns 0 for a child that exited: its code */
     int32_t *pid;      /**< where the child's pid stands while the run lasts; null: nowhere */
@@ -167,9 +168,11 @@ typedef struct lh_shell_cmd_run_opts {
  *         `<lh_shell_cmd_run> fork failed for '%s'` (command line);
  *         `<lh_shell_cmd_run> execl failed for '%s' (%s)` (command line, error text), written by
  *         the child;
- *         `<lh_shell_cmd_run> lh_timer_fd_create timer_max failed`, and the same with
- *         `timer_progress`, `timer_alive_sig` and `timer_check_complete`, each after the line of
- *         lh_timer_fd_create();
+ *         `<lh_shell_cmd_run> lh_timer_fd_create timer_max failed`,
+ *         `<lh_shell_cmd_run> lh_timer_fd_create timer_progress failed`,
+ *         `<lh_shell_cmd_run> lh_timer_fd_create timer_alive_sig failed` and
+ *         `<lh_shell_cmd_run> lh_timer_fd_create timer_check_complete failed`, each after the line
+ *         of lh_timer_fd_create();
  *         `<lh_shell_cmd_run> poll failed: %s` (error text);
  *         `<lh_shell_cmd_run> timer expired`;
  *         `<lh_shell_cmd_run> waitpid failed`;

@@ -26,6 +26,8 @@ extern "C" {
  * @param ch  the byte to count.
  * @return how many of the `len` bytes equal `ch`.
  * @errno  kept.
+ * @log    none.
+ * @blocking no.
  * @threads any.
  */
 size_t lh_str_chr_cnt_get(const char *str, size_t len, char ch);
@@ -48,6 +50,7 @@ size_t lh_str_chr_cnt_get(const char *str, size_t len, char ch);
  *         `'\0' not found` (a backslash and a zero) when `dst` holds no NUL;
  *         `not enough space for insert '%s' into '%s' (%zu + %zu >= %zu)` (`src`, `dst`, the
  *         string's length, the length to insert, `size`).
+ * @blocking no.
  * @threads any, one at a time for a buffer.
  * @note Deliberate: **no terminator is written**. The bytes behind the string must be zero already,
  *       as they are in a buffer that was zeroed before it was filled.
@@ -65,6 +68,7 @@ int lh_str_insert_str(char *dst, size_t size, char *pos, const char *src, size_t
  * @errno  kept.
  * @log    `invalid char: 0x%X` (the character) when it is not printable, before anything else is
  *         looked at; otherwise the lines of lh_str_insert_str(), under that name.
+ * @blocking no.
  * @threads any, one at a time for a buffer.
  * @note No terminator is written, as with lh_str_insert_str().
  */
@@ -85,6 +89,7 @@ int lh_str_insert_chr(char *dst, size_t size, char *pos, char ch);
  * @log    `PTR_IS_NULL: dst` (for `str`), `PTR_IS_NULL: src` (for `ins`), `PTR_IS_NULL: chrs` or
  *         `PTR_IS_NULL: str_new`; `invalid char: 0x%X` for the first character of `ins`, then of
  *         `chrs`, that is not printable; `PTR_IS_NULL: _str_new` when there is no memory.
+ * @blocking no.
  * @threads any.
  * @note `*str_new` is **left as it was** on failure, and also on success when no character of `str`
  *       is in the set: set it to null before the call, and where it is still null go on with `str`.
@@ -101,6 +106,7 @@ int lh_str_insert_str_before_each_of_chrs(const char *str, const char *ins, cons
  *             at the first `from`.
  * @errno  kept.
  * @log    `PTR_IS_NULL: str`.
+ * @blocking no.
  * @threads any, one at a time for a string.
  */
 void lh_str_replace_symbol(char *str, char from, char to);
@@ -112,6 +118,7 @@ void lh_str_replace_symbol(char *str, char from, char to);
  * @param size how many bytes to convert at most; the first NUL ends it earlier.
  * @errno  kept.
  * @log    `PTR_IS_NULL: str`; `IS_EQ check failed: 0 (0 == 0) !!!` when `size` is 0.
+ * @blocking no.
  * @threads any, one at a time for a string.
  */
 void lh_str_toupper(char *str, size_t size);
@@ -123,6 +130,7 @@ void lh_str_toupper(char *str, size_t size);
  * @param size how many bytes to convert at most; the first NUL ends it earlier.
  * @errno  kept.
  * @log    `PTR_IS_NULL: str`; `IS_EQ check failed: 0 (0 == 0) !!!` when `size` is 0.
+ * @blocking no.
  * @threads any, one at a time for a string.
  */
 void lh_str_tolower(char *str, size_t size);
@@ -145,6 +153,7 @@ void lh_str_tolower(char *str, size_t size);
  * @log    `PTR_IS_NULL: dst` or `PTR_IS_NULL: src` (for `fmt`); `vasprintf failed` when the first
  *         text cannot be made; `PTR_IS_NULL: tmp` when a string cannot grow; `vsnprintf failed`
  *         when the text to append cannot be formatted.
+ * @blocking no.
  * @threads any, one at a time for a string.
  * @note Deliberate: on failure the **old text is released too**, so that nobody takes the half of a
  *       text for the whole.
@@ -160,6 +169,7 @@ int lh_str_add(char **dst, const char *fmt, ...) __attribute__((format(printf, 2
  * @return 0, or -1; after -1 for another reason than a null argument `*dst` is null.
  * @errno  of the failing call.
  * @log    `PTR_IS_NULL: dst` or `PTR_IS_NULL: format`; `vasprintf failed`.
+ * @blocking no.
  * @threads any, one at a time for a string.
  * @note On failure the old string is released too.
  */
@@ -175,6 +185,7 @@ int lh_str_vasprintf(char **dst, const char *format, ...) __attribute__((format(
  * @errno  of the failing conversion, when the text could not be formatted; else kept.
  * @log    `PTR_IS_NULL: buf` or `PTR_IS_NULL: fmt`; `truncated: '%s'` with what the buffer holds
  *         when the text did not fit or could not be formatted.
+ * @blocking no.
  * @threads any, one at a time for a buffer.
  */
 int _lh_snprintf(char *buf, size_t size, const char *fmt, ...)
@@ -190,6 +201,8 @@ int _lh_snprintf(char *buf, size_t size, const char *fmt, ...)
  * @return 0, or -1 when a character is no digit (the end of the string is none either). Nothing is
  *         logged. The bytes decoded until then stay written.
  * @errno  kept.
+ * @log    none.
+ * @blocking no.
  * @threads any.
  */
 int hex2bin(unsigned char *dst, const char *hex, size_t n);
@@ -201,6 +214,7 @@ int hex2bin(unsigned char *dst, const char *hex, size_t n);
  * @return a new string, which the caller releases with free(); null on failure.
  * @errno  ENOMEM when there is no memory.
  * @log    `PTR_IS_NULL: str`; `malloc failed` when there is no memory.
+ * @blocking no.
  * @threads any.
  */
 char *lh_str_to_hex(const char *str);
@@ -213,6 +227,7 @@ char *lh_str_to_hex(const char *str);
  * @errno  ENOMEM when there is no memory.
  * @log    `PTR_IS_NULL: hex`; `malloc failed` when there is no memory; `hex2bin failed` when a
  *         character is no digit.
+ * @blocking no.
  * @threads any.
  * @note A decoded zero byte (`00`) ends the string that C functions see.
  */

@@ -25,6 +25,7 @@ extern "C" {
  * @return 0, also when the text was cut to fit; -1 for a null `buf` or a negative `size`.
  * @errno  as the C library leaves it; kept for a null argument.
  * @log    `PTR_IS_NULL: buf`; nothing for a negative `size`.
+ * @blocking no.
  * @threads any.
  */
 int lh_str_form_uptime(unsigned int seconds, char *buf, int size);
@@ -38,6 +39,7 @@ int lh_str_form_uptime(unsigned int seconds, char *buf, int size);
  * @return 0, or -1 for a null argument.
  * @errno  as the C library leaves it; kept for a null argument.
  * @log    `PTR_IS_NULL: str` or `PTR_IS_NULL: timeinfo`.
+ * @blocking no.
  * @threads any.
  * @note Deliberate: a buffer that is too small gives 0 too, and what it then holds is undefined.
  */
@@ -52,6 +54,7 @@ int lh_strtime(char *str, size_t size, const struct tm *timeinfo);
  * @return 0, or -1 for a null argument.
  * @errno  as the C library leaves it; kept for a null argument.
  * @log    `PTR_IS_NULL: str` or `PTR_IS_NULL: timeinfo`.
+ * @blocking no.
  * @threads any.
  * @note Deliberate: a text that is no time gives 0 too, and the fields before the first mismatch have
  *       been set then. Whoever must know fills `timeinfo` with impossible values before the call and

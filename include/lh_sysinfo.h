@@ -31,6 +31,7 @@ int lh_sysinfo_get_nprocs(void);
  * @return 1 when `cpu` is 1 to 7, else 0.
  * @errno  kept.
  * @log    none.
+ * @blocking no.
  * @threads any.
  */
 int lh_sysinfo_cpu_role_is_scpu(int cpu);
@@ -52,6 +53,7 @@ int lh_sysinfo_get_scpu_count(void);
  * @return 1.
  * @errno  kept.
  * @log    none.
+ * @blocking no.
  * @threads any.
  */
 int lh_sysinfo_get_mcpu_count(void);

@@ -34,6 +34,7 @@ typedef int (*lh_timer_fd_cb)(void *arg);
  * @return whole seconds, and the rest in nanoseconds. Both are truncated towards zero and carry the
  *         sign of `ms`: -1500 gives -1 s and -500000000 ns.
  * @errno  kept.
+ * @log    none.
  * @blocking no.
  * @threads any.
  */
@@ -45,6 +46,7 @@ struct timespec lh_timer_ms_to_timespec(int64_t ms);
  * @param s seconds; may be negative.
  * @return the seconds, and 0 nanoseconds.
  * @errno  kept.
+ * @log    none.
  * @blocking no.
  * @threads any.
  */

@@ -157,6 +157,7 @@ int lh_unit_id_after_reboot_get(int *unit_id_after_reboot);
  * @return 0, or -1.
  * @errno  kept.
  * @log    `PTR_IS_NULL: unit`.
+ * @blocking no.
  * @threads any.
  */
 int lh_unit_bswap(lh_unit_t *unit);

@@ -44,10 +44,10 @@ extern "C" {
 enum lh_vrrp_status {
     LH_VRRP_STATUS_INVALID = -1, /**< never read, or the error result of a query */
     LH_VRRP_STATUS_UNKNOWN = 0,  /**< followed, but not in the last reading */
-    LH_VRRP_STATUS_INIT = 1,
-    LH_VRRP_STATUS_BACKUP = 2,
-    LH_VRRP_STATUS_MASTER = 3,
-    LH_VRRP_STATUS_FAULT = 4
+    LH_VRRP_STATUS_INIT = 1,     /**< starting; for groups see lh_vrrp_info_update() */
+    LH_VRRP_STATUS_BACKUP = 2,   /**< another router is master */
+    LH_VRRP_STATUS_MASTER = 3,   /**< this router is master */
+    LH_VRRP_STATUS_FAULT = 4     /**< not able to be master, for want of a link say */
 };
 
 /** Size of one name given by lh_vrrp_group_members_vifname_get(). */
@@ -66,6 +66,7 @@ extern int64_t garp_delay;
  * @log    `PTR_NOT_NULL: vrrp_ctx.inotify` when it was started already;
  *         `PTR_IS_NULL: vrrp_ctx.inotify` when the watcher could not be made. Debug line
  *         `lh_inotify_include_file failed: %s`.
+ * @blocking on the file system (a `stat`).
  * @threads the poll loop's.
  * @note Instances that were enabled before are forgotten; enabled groups stay. Call
  *       lh_vrrp_info_update() once after enabling what is to be followed. The directory
@@ -80,6 +81,7 @@ int lh_vrrp_info_init(void);
  *         the poll loop first); -1 on failure and while the tracker is not started.
  * @errno  of `inotify_init1`.
  * @log    as lh_inotify_restart().
+ * @blocking no.
  * @threads the poll loop's.
  * @note Call lh_vrrp_info_update() afterwards, which arms the watch again and reads the file.
  */
@@ -90,6 +92,8 @@ int lh_vrrp_info_restart(void);
  * forgets.
  *
  * @errno  of no meaning.
+ * @log    none.
+ * @blocking no.
  * @threads the poll loop's.
  * @note Take the descriptor out of the poll loop first.
  */
@@ -103,6 +107,7 @@ void lh_vrrp_info_deinit(void);
  * @errno  EINVAL for a group out of range; ENOMEM.
  * @log    `IS_ME check failed: group (%lu >= %lu) !!!` (the group minus one as an unsigned 32-bit
  *         number, 32). Debug line `malloc failed %s` (function `create_vrrp_group`).
+ * @blocking no.
  * @threads the poll loop's.
  * @note The status is "Unknown" until the next lh_vrrp_info_update().
  */
@@ -115,6 +120,7 @@ int lh_vrrp_group_info_update_enable(uint32_t group);
  * @return 0, or -1.
  * @errno  EINVAL for a group out of range; ENODATA, without a line, for one that is not followed.
  * @log    `IS_ME check failed: group (%lu >= %lu) !!!`.
+ * @blocking no.
  * @threads the poll loop's.
  */
 int lh_vrrp_group_info_update_disable(uint32_t group);
@@ -130,6 +136,7 @@ int lh_vrrp_group_info_update_disable(uint32_t group);
  * @log    `IS_ME check failed: instance (%lu >= %lu) !!!` (the id minus one, 255). Debug lines
  *         `calloc failed %s` (function `create_vrf_instance`), `malloc failed %s` (function
  *         `create_vrrp_instance`).
+ * @blocking no.
  * @threads the poll loop's.
  */
 int lh_vrrp_instance_info_update_enable(const char *netns, uint32_t vrid);
@@ -142,6 +149,7 @@ int lh_vrrp_instance_info_update_enable(const char *netns, uint32_t vrid);
  * @return 0, also for an instance that is not followed; -1 for an id out of range.
  * @errno  EINVAL for a Virtual Router Id out of range.
  * @log    `IS_ME check failed: instance (%lu >= %lu) !!!`.
+ * @blocking no.
  * @threads the poll loop's.
  * @note The instance is forgotten even when a followed group has it as a member; the next reading
  *       finds it again.
@@ -166,8 +174,9 @@ int lh_vrrp_instance_info_update_disable(const char *netns, uint32_t vrid);
  *         `lh_inotify_process failed: %s`; of `read_vrrp_info`: `open failed: %s` and
  *         `mmap failed: %s` (with line number; the second one also when reading the bytes fails),
  *         `invalid Virtual Router Id %d`,
- *         `invalid VRRP group %d`, `create_vrf_instance failed: %s`,
- *         `create_vrrp_instance failed: %s`, `unexpected status %d`;
+ *         `invalid VRRP group %d`, `create_vrf_instance failed: %s` (after `calloc failed %s` of
+ *         `create_vrf_instance`), `create_vrrp_instance failed: %s` (after `malloc failed %s` of
+ *         `create_vrrp_instance`), `unexpected status %d`;
  *         `VRRP group %d change status %s to %s`.
  * @blocking on the file system; see lh_inotify_process() for the seconds that arming a watch may
  *         take while the directory is being lost.
@@ -185,6 +194,7 @@ int lh_vrrp_info_update(void);
  * @return one of enum lh_vrrp_status; -1 on failure.
  * @errno  EINVAL for a group out of range; ENODATA, without a line, for one that is not followed.
  * @log    `IS_ME check failed: group (%lu >= %lu) !!!`.
+ * @blocking no.
  * @threads the poll loop's.
  */
 int lh_vrrp_group_status_get(uint32_t group);
@@ -196,6 +206,7 @@ int lh_vrrp_group_status_get(uint32_t group);
  * @return 1 when its status is "Master", else 0, also on failure.
  * @errno  as lh_vrrp_group_status_get().
  * @log    as lh_vrrp_group_status_get(), under its name.
+ * @blocking no.
  * @threads the poll loop's.
  */
 int lh_vrrp_group_status_is_master(uint32_t group);
@@ -207,6 +218,7 @@ int lh_vrrp_group_status_is_master(uint32_t group);
  * @return 1 when its status is "Backup", else 0, also on failure.
  * @errno  as lh_vrrp_group_status_get().
  * @log    as lh_vrrp_group_status_get(), under its name.
+ * @blocking no.
  * @threads the poll loop's.
  */
 int lh_vrrp_group_status_is_backup(uint32_t group);
@@ -220,6 +232,7 @@ int lh_vrrp_group_status_is_backup(uint32_t group);
  * @errno  EINVAL for a Virtual Router Id out of range; ENODATA, without a line, when the namespace is
  *         known but not the instance; untouched when the namespace is not known.
  * @log    `IS_ME check failed: instance (%lu >= %lu) !!!`.
+ * @blocking no.
  * @threads the poll loop's.
  */
 int lh_vrrp_instance_status_get(const char *netns, uint32_t vrid);
@@ -231,6 +244,7 @@ int lh_vrrp_instance_status_get(const char *netns, uint32_t vrid);
  * @return the number, or -1.
  * @errno  EINVAL for a group out of range; ENODATA, without a line, for one that is not followed.
  * @log    `IS_ME check failed: group (%lu >= %lu) !!!`.
+ * @blocking no.
  * @threads the poll loop's.
  */
 int lh_vrrp_group_members_num_get(uint32_t group);
@@ -247,6 +261,7 @@ int lh_vrrp_group_members_num_get(uint32_t group);
  * @errno  EINVAL for a group out of range; ENODATA, without a line, for one that is not followed;
  *         ENOBUFS, without a line, when `max` is 0 or less and there is a member.
  * @log    `PTR_IS_NULL: names`; `IS_ME check failed: group (%lu >= %lu) !!!`.
+ * @blocking no.
  * @threads the poll loop's.
  * @note The name says nothing of the namespace: members of two namespaces may have the same one.
  */
@@ -259,6 +274,8 @@ int lh_vrrp_group_members_vifname_get(uint32_t group, char names[][LH_VRRP_VIFNA
  * @return "Invalid", "Unknown", "Init", "Backup", "Master" or "Fault", a constant; the empty string
  *         for any other number.
  * @errno  EINVAL for any other number.
+ * @log    none.
+ * @blocking no.
  * @threads any.
  */
 const char *lh_vrrp_status_stringize(int32_t status);

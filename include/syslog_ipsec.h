@@ -40,6 +40,8 @@ enum syslog_ipsec_subsystem {
  * @param subsystem one of enum syslog_ipsec_subsystem.
  * @return the name, a constant; null for any other number, and for 0.
  * @errno  kept.
+ * @log    none.
+ * @blocking no.
  * @threads any.
  */
 const char *syslog_ipsec_stringize_subsystem(int subsystem);
@@ -51,6 +53,7 @@ const char *syslog_ipsec_stringize_subsystem(int subsystem);
  * @return one of enum syslog_ipsec_subsystem; 0 when there is none of that name.
  * @errno  kept.
  * @log    `PTR_IS_NULL: subsystem`.
+ * @blocking no.
  * @threads any.
  */
 int syslog_ipsec_parse_subsystem(const char *subsystem);

@@ -14,9 +14,9 @@ extern "C" {
 
 /** Number of a flag, which has a short name in the save file. */
 enum syslog_wireguard_mnemonic {
-    SYSLOG_WIREGUARD_UNKNOWN = 0,
-    SYSLOG_WIREGUARD_DBG = 1, /**< "dbg" */
-    SYSLOG_WIREGUARD_ERR = 2  /**< "err" */
+    SYSLOG_WIREGUARD_UNKNOWN = 0, /**< no flag; has no name */
+    SYSLOG_WIREGUARD_DBG = 1,     /**< "dbg" */
+    SYSLOG_WIREGUARD_ERR = 2      /**< "err" */
 };
 
 /** The flags, one byte each. */
@@ -31,6 +31,8 @@ typedef struct syslog_wireguard_flags {
  * @param mnemonic one of enum syslog_wireguard_mnemonic.
  * @return "dbg" or "err", a constant; null for any other number.
  * @errno  kept.
+ * @log    none.
+ * @blocking no.
  * @threads any.
  */
 const char *syslog_wireguard_stringize_mnemonic(int mnemonic);
@@ -42,6 +44,7 @@ const char *syslog_wireguard_stringize_mnemonic(int mnemonic);
  * @return one of enum syslog_wireguard_mnemonic; 0 for any other name.
  * @errno  kept.
  * @log    `PTR_IS_NULL: mnemonic`.
+ * @blocking no.
  * @threads any.
  */
 int syslog_wireguard_parse_mnemonic(const char *mnemonic);
@@ -110,6 +113,7 @@ int syslog_wireguard_read_flags_from_savefile(syslog_wireguard_flags_t *flags);
  * @return 0; -1 when the file cannot be opened or does not start with "0x" and a hexadecimal number.
  *         Nothing is logged.
  * @errno  of the failing call.
+ * @log    none.
  * @blocking on the kernel module.
  * @threads any.
  */
@@ -121,6 +125,7 @@ int syslog_wireguard_read_flags_from_proc_file(syslog_wireguard_flags_t *flags);
  * @param flags the flags; on is anything but 0.
  * @return 0; -1 when the file cannot be opened. Nothing is logged.
  * @errno  of the failing call.
+ * @log    none.
  * @blocking on the kernel module.
  * @threads any.
  * @note Whether the kernel took what was written is not looked at. All other bits become 0.

@@ -36,6 +36,7 @@ void append_time(std::span<char> text)
 int lh_reload_reason_write(const char *reload_reason, const char *path, bool add_time)
 {
     char file[path_size];
+    file[0] = '\0'; // a line may show it even when formatting failed
     if (path != nullptr)
         strlcpy(file, path, sizeof(file));
     else if (_lh_snprintf(file, sizeof(file), "/tmp/%d", lh_process_self_pid_get()) != 0)

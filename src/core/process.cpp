@@ -1,5 +1,6 @@
 #include "lh_process.h"
 
+#include <algorithm>
 #include <atomic>
 #include <csignal>
 #include <cstdio>
@@ -73,7 +74,7 @@ const char *lh_process_self_name_get(void)
     }
     if (size > name_size)
         LOG_SHORT(LOG_ERR, "invalid len: %d > %zu", static_cast<int>(size), name_size);
-    keep_own_name(name, (size > name_size ? name_size : size) - 1);
+    keep_own_name(name, std::min(size, name_size) - 1);
     return own_name;
 }
 

@@ -210,7 +210,7 @@ int lh_file_convert_to_unix_format(const char *path, const char *prepared_path)
         return -1;
     if (IS_NOT(lh_file_is_exist(path)))
         return -1;
-    char cmd[command_size];
+    char cmd[command_size] = {}; // a line may show it even when formatting failed
     if (_lh_snprintf(cmd, sizeof(cmd), "dos2unix -q %s", prepared_path) != 0)
         return -1;
     return CALL_FAILED(system(cmd)) ? -1 : 0;

@@ -76,7 +76,7 @@ std::string_view existing_part(const char *path)
     std::string_view part = path;
     while (!lh_file_is_exist(copy_path)) {
         const size_t cut = part.find_last_of(" /");
-        if (cut == part.npos)
+        if (cut == std::string_view::npos)
             return path;
         part = {part.data(), cut};
         copy_path[cut] = '\0';
@@ -94,7 +94,7 @@ void copy_text(char *dst, size_t size, std::string_view text)
 std::string_view without_trailing_slashes(std::string_view text)
 {
     const size_t last = text.find_last_not_of('/');
-    return last == text.npos ? text : std::string_view(text.data(), last + 1);
+    return last == std::string_view::npos ? text : std::string_view(text.data(), last + 1);
 }
 
 std::string_view last_component(std::string_view text)

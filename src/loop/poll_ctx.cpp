@@ -70,7 +70,8 @@ int grow_arrays(lh_poll_ctx *ctx, uint64_t count)
         return -1;
     auto *_fds_tmp = static_cast<pollfd *>(realloc(ctx->_fds, count * sizeof(*ctx->_fds)));
     if (PTR_IS_NULL_AS(adder, _fds_tmp, "_fds_tmp"))
-        return -1; // the context still holds the first array's old address: fatal to it
+        // The context still holds the first array's old address: fatal to it.
+        return -1; // NOLINT(clang-analyzer-unix.Malloc)
     ctx->pfd = pfd_tmp;
     ctx->_fds = _fds_tmp;
     return 0;

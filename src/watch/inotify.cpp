@@ -116,33 +116,55 @@ void mark_events(watched_file *file, uint32_t mask)
     }
 }
 
+struct read_event {
+    int wd;
+    uint32_t mask;
+    const char *name; // null: none
+};
+
+// Takes the first event off; false where no whole event with a terminated name stands there. The
+// kernel writes only such; nothing else that a read may bring leads beyond what was read.
+bool take_event(const char *&at, const char *end, read_event &event)
+{
+    inotify_event header;
+    if (static_cast<size_t>(end - at) < sizeof(header))
+        return false;
+    memcpy(&header, at, sizeof(header));
+    const char *name = at + sizeof(header);
+    if (static_cast<size_t>(end - name) < header.len)
+        return false;
+    at = name + header.len;
+    event = {header.wd, header.mask, header.len != 0 ? name : nullptr};
+    return event.name == nullptr || memchr(name, '\0', header.len) != nullptr;
+}
+
 // The kernel's queue overflowed: that concerns the files without a watch, which are in no index.
-void dispatch_to_unwatched(lh_inotify *watcher, const inotify_event *event)
+void dispatch_to_unwatched(lh_inotify *watcher, const read_event &event)
 {
     for (watched_file &file : list_of<watched_file>(watcher->files)) {
-        if (file.watch_fd != event->wd)
+        if (file.watch_fd != event.wd)
             continue;
-        if (event->len != 0 && strcmp(file.file_name, event->name) != 0)
+        if (event.name != nullptr && strcmp(file.file_name, event.name) != 0)
             continue;
-        mark_events(&file, event->mask);
-        if (event->len != 0)
+        mark_events(&file, event.mask);
+        if (event.name != nullptr)
             return;
     }
 }
 
 // An event with a name is for the first file of that watch and name; one without is for every file
 // of the watch.
-void dispatch_event(lh_inotify *watcher, const inotify_event *event)
+void dispatch_event(lh_inotify *watcher, const read_event &event)
 {
-    if (event->wd < 0) {
+    if (event.wd < 0) {
         dispatch_to_unwatched(watcher, event);
-    } else if (event->len != 0) {
-        if (watched_file *file = watcher->index.first_of_name(event->wd, event->name))
-            mark_events(file, event->mask);
-    } else if (watched_file *file = watcher->index.any_of_watch(event->wd)) {
+    } else if (event.name != nullptr) {
+        if (watched_file *file = watcher->index.first_of_name(event.wd, event.name))
+            mark_events(file, event.mask);
+    } else if (watched_file *file = watcher->index.any_of_watch(event.wd)) {
         lh_list *link = &file->same_watch;
         do {
-            mark_events(file_of_same_watch(link), event->mask);
+            mark_events(file_of_same_watch(link), event.mask);
             link = link->next;
         } while (link != &file->same_watch);
     }
@@ -150,7 +172,7 @@ void dispatch_event(lh_inotify *watcher, const inotify_event *event)
 
 int read_inotify(lh_inotify *watcher)
 {
-    alignas(inotify_event) char buffer[event_buffer_size];
+    char buffer[event_buffer_size];
     for (int reads = 0; reads < reads_per_pass; reads++) {
         const ssize_t length = read(watcher->fd, buffer, sizeof(buffer));
         if (length == 0 || (length < 0 && errno == EAGAIN))
@@ -160,12 +182,10 @@ int read_inotify(lh_inotify *watcher)
             errno = EIO;
             return -1;
         }
-        const char *end = buffer + length;
-        for (const char *at = buffer; at < end;) {
-            const auto *event = reinterpret_cast<const inotify_event *>(at);
+        const char *at = buffer;
+        read_event event;
+        while (take_event(at, buffer + length, event))
             dispatch_event(watcher, event);
-            at += sizeof(inotify_event) + event->len;
-        }
     }
     return 0;
 }

@@ -29,8 +29,8 @@ void destroy_all_vrfs()
 }
 
 // The two range checks. The lines show the number minus one, unsigned, and the exported function.
-#define GROUP_OUT_OF_RANGE(group) out_of_range(IS_ME_TEXT(group - 1, "group", group_max))
-#define INSTANCE_OUT_OF_RANGE(vrid) out_of_range(IS_ME_TEXT(vrid - 1, "instance", vrid_max))
+#define GROUP_OUT_OF_RANGE(group) out_of_range(IS_ME_TEXT((group)-1, "group", group_max))
+#define INSTANCE_OUT_OF_RANGE(vrid) out_of_range(IS_ME_TEXT((vrid)-1, "instance", vrid_max))
 
 bool out_of_range(int fired)
 {
@@ -63,28 +63,12 @@ int create_vrrp_group(uint32_t gidx)
         DEBUG_LINE(vrrp_dbg, "malloc failed %s", strerror(errno));
         return -1;
     }
-    group->watched = false;
     group->prev_status = LH_VRRP_STATUS_INVALID;
     group->status = LH_VRRP_STATUS_UNKNOWN;
     list_init(&group->members);
     vrrp_ctx.groups[gidx] = group;
+    vrrp_ctx.watch_count++;
     return 0;
-}
-
-void watch_vrrp_group(vrrp_group *group)
-{
-    if (!group->watched) {
-        group->watched = true;
-        vrrp_ctx.watch_count++;
-    }
-}
-
-void unwatch_vrrp_group(vrrp_group *group)
-{
-    if (group->watched) {
-        group->watched = false;
-        vrrp_ctx.watch_count--;
-    }
 }
 
 } // namespace
@@ -116,10 +100,8 @@ void lh_vrrp_info_deinit(void)
 {
     lh_inotify_free(&vrrp_ctx.inotify);
     for (uint32_t gidx = 0; gidx < group_max; gidx++) {
-        if (vrrp_ctx.groups[gidx] != nullptr) {
-            unwatch_vrrp_group(vrrp_ctx.groups[gidx]);
+        if (vrrp_ctx.groups[gidx] != nullptr)
             destroy_vrrp_group(gidx);
-        }
     }
     destroy_all_vrfs();
     vrrp_ctx.changed = 0;
@@ -127,20 +109,17 @@ void lh_vrrp_info_deinit(void)
 
 int lh_vrrp_group_info_update_enable(uint32_t group)
 {
-    if (GROUP_OUT_OF_RANGE(group) || create_vrrp_group(group - 1) != 0)
+    if (GROUP_OUT_OF_RANGE(group))
         return -1;
-    watch_vrrp_group(find_group(group));
-    return 0;
+    return create_vrrp_group(group - 1);
 }
 
 int lh_vrrp_group_info_update_disable(uint32_t group)
 {
     if (GROUP_OUT_OF_RANGE(group))
         return -1;
-    vrrp_group *record = followed_group(group);
-    if (record == nullptr)
+    if (followed_group(group) == nullptr)
         return -1;
-    unwatch_vrrp_group(record);
     destroy_vrrp_group(group - 1);
     return 0;
 }

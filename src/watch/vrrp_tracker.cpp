@@ -87,6 +87,7 @@ void destroy_vrrp_group(uint32_t gidx)
             destroy_vrrp_instance(&member);
     }
     vrrp_ctx.groups[gidx] = nullptr;
+    vrrp_ctx.watch_count--;
     free(group);
 }
 
@@ -109,10 +110,6 @@ void destroy_vrf(vrrp_vrf *vrf)
 
 void forget_unused()
 {
-    for (uint32_t gidx = 0; gidx < group_max; gidx++) {
-        if (vrrp_ctx.groups[gidx] != nullptr && !vrrp_ctx.groups[gidx]->watched)
-            destroy_vrrp_group(gidx);
-    }
     for (vrrp_vrf &vrf : list_of<vrrp_vrf>(vrrp_ctx.vrfs)) {
         for_each_instance(vrf, [](vrrp_instance &instance) {
             if (!instance.enabled && instance.group == 0)

@@ -20,8 +20,8 @@ inline constexpr const char *vrrp_data_dir = "/var/cache/";
 inline constexpr const char *vrrp_data_name = "vrrp_data";
 inline constexpr const char *vrrp_data_path = "/var/cache/vrrp_data";
 
+// A group has a record exactly while it is followed.
 struct vrrp_group {
-    bool watched;
     int32_t prev_status;
     int32_t status;
     lh_list members; // of the last reading, the last one first
@@ -73,14 +73,14 @@ vrrp_instance *create_vrrp_instance(vrrp_vrf *vrf, uint32_t vridx); // Virtual R
 void destroy_vrrp_group(uint32_t gidx); // group minus one
 void destroy_vrrp_instance(vrrp_instance *instance);
 void destroy_vrf(vrrp_vrf *vrf);
-// Forgets what is neither enabled nor part of the last reading.
+// Forgets the instances that are neither enabled nor in a group of the last reading.
 void forget_unused();
 
 // Calls the function for every instance there is; it may destroy the one that it is given.
 template <class Function>
 void for_each_instance(vrrp_vrf &vrf, Function &&function)
 {
-    for (uint32_t vridx = 0, left = vrf.count; left != 0 && vridx < vrid_max; vridx++) {
+    for (uint32_t vridx = 0, left = vrf.count; vridx < vrid_max && left != 0; vridx++) {
         if (vrrp_instance *instance = vrf.instances[vridx]) {
             left--;
             function(*instance);

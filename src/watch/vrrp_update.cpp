@@ -87,7 +87,7 @@ void take_record(const status_record &record)
     }
     vrrp_group *group =
         record.group != 0 ? find_group(static_cast<uint32_t>(record.group)) : nullptr;
-    vrrp_instance *instance = instance_of(record, group != nullptr && group->watched);
+    vrrp_instance *instance = instance_of(record, group != nullptr);
     if (instance == nullptr)
         return;
     instance->group = record.group;
@@ -160,8 +160,6 @@ void shift_statuses()
 
 void report_changes()
 {
-    if (!debug_is_on(vrrp_dbg))
-        return;
     for (uint32_t gidx = 0; gidx < group_max; gidx++) {
         const vrrp_group *group = vrrp_ctx.groups[gidx];
         if (group != nullptr && group->prev_status != group->status)

@@ -15,6 +15,7 @@
 #include "support/process.hpp"
 
 using namespace vyt::test;
+using ::testing::AnyOf;
 using ::testing::Contains;
 using ::testing::Each;
 using ::testing::ElementsAre;
@@ -80,6 +81,16 @@ names without(const names &all, const names &taken_away)
     return rest;
 }
 
+// The symbols of the interface in abi/ that was accepted for a processor.
+names accepted(const std::string &interface)
+{
+    static const std::regex symbol(R"re(<elf-symbol name="(\w+)")re");
+    names all;
+    for (std::sregex_iterator i(interface.begin(), interface.end(), symbol), last; i != last; ++i)
+        all.insert((*i)[1].str());
+    return all;
+}
+
 // The headers ------------------------------------------------------------------------------------
 
 std::string without_comments(std::string text)
@@ -125,31 +136,30 @@ std::string declared_name(const std::string &statement)
     return "";
 }
 
-// What a public header declares between its visibility pragmas.
+// What a public header declares in C.
 std::vector<std::string> declared_in(const std::filesystem::path &header)
 {
+    static const std::regex for_cxx(R"(#ifdef __cplusplus\b[^]*?#endif)");
     static const std::regex directive(R"((^|\n)[ \t]*#(?:[^\n\\]|\\[^])*)");
-    const std::string text = read_file(header);
-    const size_t start = text.find("#pragma GCC visibility push(default)");
-    const size_t end = text.find("#pragma GCC visibility pop");
-    if (start == std::string::npos || end == std::string::npos)
-        return {};
-    const std::string code =
-        std::regex_replace(without_comments(text.substr(start, end - start)), directive, "$1");
+    const std::string text = std::regex_replace(without_comments(read_file(header)), for_cxx, "");
     std::vector<std::string> declared;
-    for (const std::string &statement : statements(without_bodies(code))) {
+    for (const std::string &statement :
+         statements(without_bodies(std::regex_replace(text, directive, "$1")))) {
         if (const std::string name = declared_name(statement); !name.empty())
             declared.push_back(name);
     }
     return declared;
 }
 
-// The headers that declare a name, for every declared name.
+// The headers that declare a name, for every declared name. The checks are left out: they expand
+// where they stand, and what they declare is no symbol.
 std::map<std::string, std::vector<std::string>> declarations()
 {
     std::map<std::string, std::vector<std::string>> headers_of;
     for (const auto &header :
          std::filesystem::directory_iterator(std::string(VYT_SOURCE_DIR) + "/include")) {
+        if (header.path().filename() == "lh_check.h")
+            continue;
         for (const std::string &name : declared_in(header.path()))
             headers_of[name].push_back(header.path().filename());
     }
@@ -174,17 +184,14 @@ names undefined()
     return all;
 }
 
-// Sanitizers and the coverage counter bring a runtime and constructors of their own.
+// Sanitizers, the coverage counter and the C++ library's assertions bring a runtime and constructors
+// of their own.
 bool is_instrumented()
 {
-    static const std::regex runtime(R"(lib(?:a|t|ub)san\.so.*)");
-    for (const std::string &needed : library().dynamic_texts(DT_NEEDED)) {
-        if (std::regex_match(needed, runtime))
-            return true;
-    }
+    static const std::regex runtime(R"(__(?:asan|tsan|ubsan|gcov)_.*|.*__glibcxx_assert_fail.*)");
     const auto symbols = library().all_symbols();
     return std::any_of(symbols.begin(), symbols.end(), [](const elf_symbol &symbol) {
-        return symbol.name.rfind("__gcov_", 0) == 0;
+        return std::regex_match(symbol.name, runtime);
     });
 }
 
@@ -237,8 +244,19 @@ TEST(Boundary, EverythingDeclaredIsInTheMap)
         EXPECT_TRUE(all.contains(name)) << name << " of " << headers.front();
 }
 
+TEST(Boundary, TheAcceptedInterfacesNameWhatTheMapNamesAndNoPlaceOnAMachine)
+{
+    for (const char *processor : {"aarch64", "x86_64"}) {
+        const std::string path = std::string(VYT_SOURCE_DIR) + "/abi/" + processor + ".abi";
+        const std::string interface = read_file(path);
+        EXPECT_EQ(accepted(interface), exported()) << processor << ": see ./dev abi";
+        EXPECT_EQ(interface.find("=\"/"), std::string::npos) << processor;
+    }
+}
+
 TEST(Boundary, TheDataObjectsHaveTheirSizesAndAreZeroAtLoad)
 {
+    NEEDS_A_PLAIN_BUILD(); // clang's address sanitizer counts the room that it leaves around them
     const std::map<std::string, uint64_t> promised = {{"shmem_init_err_t", 4}, {"garp_delay", 8}};
     std::map<std::string, uint64_t> found;
     for (const elf_symbol &symbol : library().dynamic_symbols()) {
@@ -266,9 +284,10 @@ TEST(Boundary, NoCxxRuntimeIsNeeded)
 TEST(Boundary, LoadingRunsNoConstructor)
 {
     NEEDS_A_PLAIN_BUILD();
-    // One entry, the C runtime's own.
-    EXPECT_EQ(library().section_size(".init_array"), sizeof(void *));
-    EXPECT_EQ(library().section_size(".ctors"), 0u);
+    for (const char *section : {".init", ".init_array", ".ctors"})
+        EXPECT_EQ(library().section_size(section), 0u) << section;
+    for (const int64_t tag : {DT_INIT, DT_INIT_ARRAY})
+        EXPECT_THAT(library().dynamic_values(tag), IsEmpty());
 }
 
 TEST(Boundary, TheBoardsFunctionsAreLeftToTheBoard)
@@ -292,6 +311,7 @@ TEST(Boundary, LinksAreResolvedAtLoadAndReadOnlyAfterwards)
                      (!flags.empty() && (flags.front() & DF_BIND_NOW) != 0) ||
                      (!flags_1.empty() && (flags_1.front() & DF_1_NOW) != 0);
     EXPECT_TRUE(now);
+    EXPECT_EQ(library().section_size(".got.plt"), 0u) << "a table that stays writable";
     EXPECT_THAT(library().dynamic_values(DT_TEXTREL), SizeIs(0));
 }
 
@@ -301,3 +321,34 @@ TEST(Boundary, NothingIsWritableAndExecutable)
     for (const uint32_t flags : library().segment_flags(PT_LOAD))
         EXPECT_NE(flags & (PF_W | PF_X), uint32_t{PF_W | PF_X});
 }
+
+TEST(Boundary, AnOverrunStackIsNoticedBeforeTheReturn)
+{
+    EXPECT_THAT(undefined(), Contains("__stack_chk_fail"));
+}
+
+#ifdef __aarch64__
+
+TEST(Boundary, TheLoaderIsAskedToGuardBranches)
+{
+    NEEDS_A_PLAIN_BUILD();
+    const uint32_t features = library().property(GNU_PROPERTY_AARCH64_FEATURE_1_AND);
+    EXPECT_EQ(features,
+              uint32_t{GNU_PROPERTY_AARCH64_FEATURE_1_BTI | GNU_PROPERTY_AARCH64_FEATURE_1_PAC});
+}
+
+TEST(Boundary, EveryFunctionIsAPlaceWhereABranchMayLand)
+{
+    constexpr uint32_t bti_c = 0xd503245f, paciasp = 0xd503233f;
+    size_t signed_returns = 0;
+    for (const elf_symbol &symbol : library().dynamic_symbols()) {
+        if (!symbol.defined || !symbol.function)
+            continue;
+        const uint32_t first = library().word_at(symbol.address);
+        EXPECT_THAT(first, AnyOf(bti_c, paciasp)) << symbol.name;
+        signed_returns += first == paciasp;
+    }
+    EXPECT_GT(signed_returns, 0u);
+}
+
+#endif

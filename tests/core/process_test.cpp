@@ -48,14 +48,9 @@ const bool has_no_role = [] {
 
 [[noreturn]] void become(const char *role, const std::vector<std::string> &command_line)
 {
-    std::vector<char *> arguments;
-    for (const std::string &word : command_line)
-        arguments.push_back(const_cast<char *>(word.c_str()));
-    arguments.push_back(nullptr);
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     setenv(role_variable, role, 1);
-    execv("/proc/self/exe", arguments.data());
-    _exit(127);
+    become_this_program(command_line);
 }
 
 // A process with this command line, which waits to be ended.

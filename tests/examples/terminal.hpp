@@ -31,6 +31,8 @@ class Screen {
             for (std::vector<Cell> &row : *cells)
                 row.resize(size_t(columns));
         }
+        for (size_t *row : {&row_, &saved_.first}) // the cursor stays on the screen
+            *row = std::min(*row, size_t(rows) - 1);
     }
     void take(char c)
     {

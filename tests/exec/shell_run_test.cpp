@@ -137,9 +137,9 @@ TEST_F(ShellRun, ANullFormatIsLogged)
 {
     Faults faults;
     const char *fmt = nullptr;
-    EXPECT_EQ(lh_shell_cmd_run(&opts, fmt), -1);
+    EXPECT_EQ(lh_shell_cmd_run(&opts, fmt, 0), -1);
     EXPECT_LINES("lh_shell_cmd_run: PTR_IS_NULL: fmt");
-    EXPECT_EQ(lh_shell_cmd_run(nullptr, fmt), -1);
+    EXPECT_EQ(lh_shell_cmd_run(nullptr, fmt, 0), -1);
     EXPECT_LINES("lh_shell_cmd_run: PTR_IS_NULL: fmt");
     EXPECT_EQ(faults.calls("fork"), 0u);
     EXPECT_EQ(pid, untouched);

@@ -71,9 +71,9 @@ TEST_F(FileLines, AppendNeverCreatesTheFile)
 
 TEST_F(FileLines, AppendNeedsItsArguments)
 {
-    EXPECT_EQ(lh_file_line_append(nullptr, no_format), -1);
+    EXPECT_EQ(lh_file_line_append(nullptr, no_format, 0), -1);
     EXPECT_LINES("lh_file_line_append: PTR_IS_NULL: path");
-    EXPECT_EQ(lh_file_line_append(absent.c_str(), no_format), -1);
+    EXPECT_EQ(lh_file_line_append(absent.c_str(), no_format, 0), -1);
     EXPECT_LINES("lh_file_line_append: PTR_IS_NULL: fmt");
 }
 

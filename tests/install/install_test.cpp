@@ -139,6 +139,9 @@ TEST(Version, IsTheSameWhereverItStands)
 {
     EXPECT_THAT(version(), ::testing::MatchesRegex("[0-9]+\\.[0-9]+\\.[0-9]+"));
     EXPECT_THAT(read_file(source_dir + "/CHANGELOG.md"), HasSubstr("\n## " + version() + " "));
+    EXPECT_EQ(first_line(source_dir + "/packaging/debian/changelog")
+                  .find("vythelpers (" + version() + ") "),
+              0u);
 }
 
 TEST_F(Install, PutsTheLibrariesTheHeadersAndTheFilesThatFindThem)

@@ -48,9 +48,12 @@ std::vector<elf_symbol> Elf::symbols(uint32_t type) const
         return found;
     for (const auto &s :
          table<Elf64_Sym>(symbols->sh_offset, symbols->sh_size / sizeof(Elf64_Sym))) {
+        if (ELF64_ST_TYPE(s.st_info) == STT_SECTION) // ARM's linker marks places with them
+            continue;
         const bool placed = s.st_shndx != SHN_UNDEF && s.st_shndx < sections_.size();
         found.push_back({
             .name = text(sections_.at(symbols->sh_link), s.st_name),
+            .address = s.st_value,
             .size = s.st_size,
             .defined = s.st_shndx != SHN_UNDEF,
             .function = ELF64_ST_TYPE(s.st_info) == STT_FUNC,
@@ -107,6 +110,33 @@ uint64_t Elf::section_size(const std::string &name) const
     for (const Elf64_Shdr &s : sections_) {
         if (text(sections_.at(header_.e_shstrndx), s.sh_name) == name)
             return s.sh_size;
+    }
+    return 0;
+}
+
+uint32_t Elf::word_at(uint64_t address) const
+{
+    for (const auto &segment : table<Elf64_Phdr>(header_.e_phoff, header_.e_phnum)) {
+        if (segment.p_type == PT_LOAD && address >= segment.p_vaddr &&
+            address - segment.p_vaddr < segment.p_filesz)
+            return table<uint32_t>(address - segment.p_vaddr + segment.p_offset, 1).front();
+    }
+    throw std::runtime_error("the object has nothing at that address");
+}
+
+uint32_t Elf::property(uint32_t type) const
+{
+    // A note's header and its owner, "GNU"; then properties: type, size, value, each padded to 8.
+    constexpr uint64_t header_size = sizeof(Elf64_Nhdr) + 4;
+    for (const Elf64_Shdr &s : sections_) {
+        if (text(sections_.at(header_.e_shstrndx), s.sh_name) != ".note.gnu.property")
+            continue;
+        const auto words =
+            table<uint32_t>(s.sh_offset + header_size, (s.sh_size - header_size) / 4);
+        for (size_t i = 0; i + 2 < words.size(); i += 2 + (words[i + 1] + 7) / 8 * 2) {
+            if (words[i] == type)
+                return words[i + 2];
+        }
     }
     return 0;
 }

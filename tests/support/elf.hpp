@@ -10,6 +10,7 @@ namespace vyt::test {
 
 struct elf_symbol {
     std::string name;
+    uint64_t address; // from where the object lies in memory
     uint64_t size;
     bool defined;
     bool function;
@@ -33,6 +34,10 @@ class Elf {
     std::vector<uint32_t> segment_flags(uint32_t type) const;
     // The size of a section in bytes; 0 when there is none.
     uint64_t section_size(const std::string &name) const;
+    // The instruction, or another word of 32 bits, at an address of the loaded object.
+    uint32_t word_at(uint64_t address) const;
+    // The bits of a GNU property (GNU_PROPERTY_AARCH64_FEATURE_1_AND ...); 0 when it has none.
+    uint32_t property(uint32_t type) const;
 
   private:
     template <class T>

@@ -4,18 +4,17 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdarg>
-#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <dirent.h>
 #include <dlfcn.h>
-#include <elf.h>
 #include <fcntl.h>
 #include <ftw.h>
-#include <link.h>
+#include <map>
 #include <poll.h>
 #include <pthread.h>
 #include <stdexcept>
+#include <string>
 #include <sys/inotify.h>
 #include <sys/mman.h>
 #include <sys/mount.h>
@@ -27,6 +26,10 @@
 #include <unistd.h>
 #include <utime.h>
 #include <vector>
+#include <yaml.h>
+
+#include "support/aliases.hpp"
+#include "support/links.hpp"
 
 namespace vyt::test {
 namespace {
@@ -39,6 +42,8 @@ struct hook {
     unsigned count = 0;
     unsigned fail_at = 0; // 0: never
     bool fail_always = false;
+    bool late = false;       // it does its work before it fails
+    unsigned shorten_at = 0; // 0: never
     int error = 0;
     std::function<void(unsigned)> action = {};
     void *replacement = nullptr;
@@ -72,38 +77,97 @@ int fault_of(hook &h)
     return 0;
 }
 
-// One wrapper per call: fails with the given value, or passes the arguments on.
-#define WRAP(result, name, failure, params, args)                                                  \
+// How much of a transfer goes through.
+size_t length_of(hook &h, size_t whole)
+{
+    if (fixtures == 0 || h.count != h.shorten_at)
+        return whole;
+    fault_happened = true;
+    return whole / 2;
+}
+
+// What the library took from the C library and has not given back, with the call that gave it.
+std::map<const void *, std::string> held_by_library;
+
+void take(const hook &h, const void *block)
+{
+    if (fixtures != 0 && block != nullptr)
+        held_by_library[block] = h.call;
+}
+
+void give_back(const void *block)
+{
+    if (fixtures != 0)
+        held_by_library.erase(block);
+}
+
+void take_entries(const hook &h, dirent **list, int count)
+{
+    if (count < 0)
+        return;
+    take(h, list);
+    for (int i = 0; i < count; i++)
+        take(h, list[i]);
+}
+
+// One wrapper per call: fails with the given value, or passes the arguments on. What it does
+// before and after that keeps the books on what the library holds.
+#define WRAP_NOTED(result, name, failure, params, args, before, after)                             \
     result wrap_##name params                                                                      \
     {                                                                                              \
         static hook &h = hook_named(#name);                                                        \
-        if (const int error = fault_of(h); error != 0) {                                           \
+        const int error = fault_of(h);                                                             \
+        if (error != 0 && !h.late) {                                                               \
             errno = error;                                                                         \
             return failure;                                                                        \
         }                                                                                          \
         using function = result(*) params;                                                         \
         void *const next = h.replacement != nullptr ? h.replacement : h.original;                  \
-        return reinterpret_cast<function>(next) args;                                              \
+        before;                                                                                    \
+        result got = reinterpret_cast<function>(next) args;                                        \
+        const int kept = errno;                                                                    \
+        after;                                                                                     \
+        errno = error != 0 ? error : kept;                                                         \
+        return error != 0 ? failure : got;                                                         \
+    }
+#define WRAP(result, name, failure, params, args)                                                  \
+    WRAP_NOTED(result, name, failure, params, args, , )
+
+// These answer the error and leave errno alone.
+#define WRAP_LOCK(name, params, args)                                                              \
+    int wrap_##name params                                                                         \
+    {                                                                                              \
+        static hook &h = hook_named(#name);                                                        \
+        const int kept = errno;                                                                    \
+        const int error = fault_of(h);                                                             \
+        errno = kept;                                                                              \
+        void *const next = h.replacement != nullptr ? h.replacement : h.original;                  \
+        return error != 0 ? error : reinterpret_cast<int(*) params>(next) args;                    \
     }
 
-WRAP(void *, malloc, nullptr, (size_t n), (n))
-WRAP(void *, calloc, nullptr, (size_t n, size_t m), (n, m))
-WRAP(void *, realloc, nullptr, (void *p, size_t n), (p, n))
-WRAP(char *, strdup, nullptr, (const char *s), (s))
-WRAP(void, free, , (void *p), (p))
-WRAP(int, vasprintf, -1, (char **s, const char *f, va_list a), (s, f, a))
+WRAP_NOTED(void *, malloc, nullptr, (size_t n), (n), , take(h, got))
+WRAP_NOTED(void *, calloc, nullptr, (size_t n, size_t m), (n, m), , take(h, got))
+WRAP_NOTED(void *, realloc, nullptr, (void *p, size_t n), (p, n), ,
+           give_back(got != nullptr || n == 0 ? p : nullptr);
+           take(h, got))
+WRAP_NOTED(char *, strdup, nullptr, (const char *s), (s), , take(h, got))
+WRAP_NOTED(int, vasprintf, -1, (char **s, const char *f, va_list a), (s, f, a), ,
+           take(h, got < 0 ? nullptr : *s))
 WRAP(int, vsnprintf, -1, (char *s, size_t n, const char *f, va_list a), (s, n, f, a))
-WRAP(ssize_t, getline, -1, (char **l, size_t *n, FILE *f), (l, n, f))
-WRAP(ssize_t, getdelim, -1, (char **l, size_t *n, int d, FILE *f), (l, n, d, f))
-WRAP(FILE *, fopen, nullptr, (const char *p, const char *m), (p, m))
-WRAP(FILE *, popen, nullptr, (const char *c, const char *m), (c, m))
-WRAP(int, fclose, EOF, (FILE * f), (f))
-WRAP(size_t, fread, 0, (void *d, size_t s, size_t n, FILE *f), (d, s, n, f))
-WRAP(size_t, fwrite, 0, (const void *d, size_t s, size_t n, FILE *f), (d, s, n, f))
+WRAP_NOTED(ssize_t, getline, -1, (char **l, size_t *n, FILE *f), (l, n, f), give_back(*l),
+           take(h, *l))
+WRAP_NOTED(ssize_t, getdelim, -1, (char **l, size_t *n, int d, FILE *f), (l, n, d, f),
+           give_back(*l), take(h, *l))
+WRAP_NOTED(FILE *, fopen, nullptr, (const char *p, const char *m), (p, m), , take(h, got))
+WRAP_NOTED(FILE *, popen, nullptr, (const char *c, const char *m), (c, m), , take(h, got))
+WRAP_NOTED(int, fclose, EOF, (FILE * f), (f), give_back(f), )
+WRAP(size_t, fread, 0, (void *d, size_t s, size_t n, FILE *f), (d, s, length_of(h, n), f))
+WRAP(size_t, fwrite, 0, (const void *d, size_t s, size_t n, FILE *f), (d, s, length_of(h, n), f))
 WRAP(int, fputs, EOF, (const char *s, FILE *f), (s, f))
 WRAP(int, fflush, EOF, (FILE * f), (f))
 WRAP(char *, fgets, nullptr, (char *s, int n, FILE *f), (s, n, f))
 WRAP(int, fgetc, EOF, (FILE * f), (f))
+WRAP(int, getc, EOF, (FILE * f), (f))
 WRAP(int, fseek, -1, (FILE * f, long o, int w), (f, o, w))
 WRAP(int, fseeko, -1, (FILE * f, off_t o, int w), (f, o, w))
 WRAP(long, ftell, -1, (FILE * f), (f))
@@ -111,9 +175,9 @@ WRAP(off_t, ftello, -1, (FILE * f), (f))
 WRAP(int, open, -1, (const char *p, int f, mode_t m), (p, f, m))
 WRAP(int, creat, -1, (const char *p, mode_t m), (p, m))
 WRAP(int, close, -1, (int fd), (fd))
-WRAP(ssize_t, read, -1, (int fd, void *d, size_t n), (fd, d, n))
+WRAP(ssize_t, read, -1, (int fd, void *d, size_t n), (fd, d, length_of(h, n)))
 WRAP(ssize_t, pread, -1, (int fd, void *d, size_t n, off_t o), (fd, d, n, o))
-WRAP(ssize_t, write, -1, (int fd, const void *d, size_t n), (fd, d, n))
+WRAP(ssize_t, write, -1, (int fd, const void *d, size_t n), (fd, d, length_of(h, n)))
 WRAP(int, stat, -1, (const char *p, struct stat *s), (p, s))
 WRAP(int, lstat, -1, (const char *p, struct stat *s), (p, s))
 WRAP(int, fstat, -1, (int fd, struct stat *s), (fd, s))
@@ -129,15 +193,15 @@ WRAP(int, chown, -1, (const char *p, uid_t u, gid_t g), (p, u, g))
 WRAP(int, fchown, -1, (int fd, uid_t u, gid_t g), (fd, u, g))
 WRAP(int, utime, -1, (const char *p, const struct utimbuf *t), (p, t))
 WRAP(int, fsync, -1, (int fd), (fd))
-WRAP(ssize_t, sendfile, -1, (int o, int i, off_t *p, size_t n), (o, i, p, n))
-WRAP(int, scandir, -1,
-     (const char *p, struct dirent ***l, int (*f)(const struct dirent *),
-      int (*c)(const struct dirent **, const struct dirent **)),
-     (p, l, f, c))
+WRAP(ssize_t, sendfile, -1, (int o, int i, off_t *p, size_t n), (o, i, p, length_of(h, n)))
+WRAP_NOTED(int, scandir, -1,
+           (const char *p, struct dirent ***l, int (*f)(const struct dirent *),
+            int (*c)(const struct dirent **, const struct dirent **)),
+           (p, l, f, c), , take_entries(h, *l, got))
 WRAP(int, nftw, -1, (const char *p, __nftw_func_t f, int n, int m), (p, f, n, m))
-WRAP(DIR *, opendir, nullptr, (const char *p), (p))
+WRAP_NOTED(DIR *, opendir, nullptr, (const char *p), (p), , take(h, got))
 WRAP(struct dirent *, readdir, nullptr, (DIR * d), (d))
-WRAP(int, closedir, -1, (DIR * d), (d))
+WRAP_NOTED(int, closedir, -1, (DIR * d), (d), give_back(d), )
 WRAP(int, poll, -1, (struct pollfd * p, nfds_t n, int t), (p, n, t))
 WRAP(int, kill, -1, (pid_t p, int s), (p, s))
 WRAP(int, inotify_init1, -1, (int f), (f))
@@ -147,9 +211,9 @@ WRAP(int, usleep, -1, (useconds_t n), (n))
 WRAP(int, timerfd_create, -1, (int c, int f), (c, f))
 WRAP(int, timerfd_settime, -1, (int fd, int f, const struct itimerspec *n, struct itimerspec *o),
      (fd, f, n, o))
-WRAP(void *, mmap, MAP_FAILED, (void *a, size_t n, int p, int f, int fd, off_t o),
-     (a, n, p, f, fd, o))
-WRAP(int, munmap, -1, (void *a, size_t n), (a, n))
+WRAP_NOTED(void *, mmap, MAP_FAILED, (void *a, size_t n, int p, int f, int fd, off_t o),
+           (a, n, p, f, fd, o), , take(h, got == MAP_FAILED ? nullptr : got))
+WRAP_NOTED(int, munmap, -1, (void *a, size_t n), (a, n), give_back(a), )
 WRAP(int, unshare, -1, (int f), (f))
 WRAP(int, mount, -1, (const char *s, const char *t, const char *k, unsigned long f, const void *d),
      (s, t, k, f, d))
@@ -160,14 +224,35 @@ WRAP(pid_t, waitpid, -1, (pid_t p, int *s, int o), (p, s, o))
 WRAP(int, system, -1, (const char *c), (c))
 WRAP(struct tm *, localtime_r, nullptr, (const time_t *t, struct tm *r), (t, r))
 WRAP(int, get_nprocs, 0, (), ())
-WRAP(int, pthread_rwlock_init, error, (pthread_rwlock_t * l, const pthread_rwlockattr_t *a), (l, a))
-WRAP(int, pthread_rwlock_destroy, error, (pthread_rwlock_t * l), (l))
-WRAP(int, pthread_rwlock_rdlock, error, (pthread_rwlock_t * l), (l))
-WRAP(int, pthread_rwlock_tryrdlock, error, (pthread_rwlock_t * l), (l))
-WRAP(int, pthread_rwlock_wrlock, error, (pthread_rwlock_t * l), (l))
-WRAP(int, pthread_rwlock_trywrlock, error, (pthread_rwlock_t * l), (l))
-WRAP(int, pthread_rwlock_unlock, error, (pthread_rwlock_t * l), (l))
+WRAP(int, get_alive_mgr_pid, -1, (int u), (u))
+WRAP_LOCK(pthread_rwlock_init, (pthread_rwlock_t * l, const pthread_rwlockattr_t *a), (l, a))
+WRAP_LOCK(pthread_rwlock_destroy, (pthread_rwlock_t * l), (l))
+WRAP_LOCK(pthread_rwlock_rdlock, (pthread_rwlock_t * l), (l))
+WRAP_LOCK(pthread_rwlock_tryrdlock, (pthread_rwlock_t * l), (l))
+WRAP_LOCK(pthread_rwlock_wrlock, (pthread_rwlock_t * l), (l))
+WRAP_LOCK(pthread_rwlock_trywrlock, (pthread_rwlock_t * l), (l))
+WRAP_LOCK(pthread_rwlock_unlock, (pthread_rwlock_t * l), (l))
+WRAP(int, yaml_emitter_open, 0, (yaml_emitter_t * e), (e))
+WRAP(int, yaml_emitter_flush, 0, (yaml_emitter_t * e), (e))
+WRAP(int, yaml_emitter_close, 0, (yaml_emitter_t * e), (e))
+WRAP(int, yaml_document_start_event_initialize, 0,
+     (yaml_event_t * v, yaml_version_directive_t *d, yaml_tag_directive_t *s,
+      yaml_tag_directive_t *n, int i),
+     (v, d, s, n, i))
+WRAP(int, yaml_document_end_event_initialize, 0, (yaml_event_t * v, int i), (v, i))
+WRAP(int, yaml_mapping_end_event_initialize, 0, (yaml_event_t * v), (v))
+WRAP(int, yaml_sequence_end_event_initialize, 0, (yaml_event_t * v), (v))
 #undef WRAP
+#undef WRAP_NOTED
+#undef WRAP_LOCK
+
+void wrap_free(void *block)
+{
+    static hook &h = hook_named("free");
+    fault_of(h);
+    give_back(block);
+    reinterpret_cast<decltype(&free)>(h.replacement != nullptr ? h.replacement : h.original)(block);
+}
 
 // A replacement of fscanf takes the arguments as vfscanf does.
 int forward_fscanf(const hook &h, FILE *f, const char *format, va_list args)
@@ -175,6 +260,13 @@ int forward_fscanf(const hook &h, FILE *f, const char *format, va_list args)
     if (h.replacement != nullptr)
         return reinterpret_cast<decltype(&vfscanf)>(h.replacement)(f, format, args);
     return vfscanf(f, format, args);
+}
+
+int vasprintf_taken(const hook &h, char **text, const char *format, va_list args)
+{
+    const int length = vasprintf(text, format, args);
+    take(h, length < 0 ? nullptr : *text);
+    return length;
 }
 
 // Variadic calls are passed on through their va_list forms.
@@ -196,7 +288,8 @@ int forward_fscanf(const hook &h, FILE *f, const char *format, va_list args)
 WRAP_VARIADIC(fprintf, -1, (FILE * f, const char *format, ...), format, vfprintf(f, format, args))
 WRAP_VARIADIC(snprintf, -1, (char *s, size_t n, const char *format, ...), format,
               vsnprintf(s, n, format, args))
-WRAP_VARIADIC(asprintf, -1, (char **s, const char *format, ...), format, vasprintf(s, format, args))
+WRAP_VARIADIC(asprintf, -1, (char **s, const char *format, ...), format,
+              vasprintf_taken(h, s, format, args))
 WRAP_VARIADIC(__isoc99_fscanf, EOF, (FILE * f, const char *format, ...), format,
               forward_fscanf(h, f, format, args))
 #undef WRAP_VARIADIC
@@ -232,14 +325,13 @@ int wrap_execl(const char *path, const char *a, const char *b, const char *c)
     return execl(path, a, b, c, nullptr);
 }
 
-#define HOOK(name)                                                                                 \
-    {                                                                                              \
-#name, reinterpret_cast < void *>(wrap_##name), false                                      \
-    }
-#define ALLOCATING(name)                                                                           \
-    {                                                                                              \
-#name, reinterpret_cast < void *>(wrap_##name), true                                       \
-    }
+hook made(const char *call, void *wrapper, bool allocates)
+{
+    return {.call = call, .wrapper = wrapper, .allocates = allocates};
+}
+
+#define HOOK(name) made(#name, reinterpret_cast<void *>(wrap_##name), false)
+#define ALLOCATING(name) made(#name, reinterpret_cast<void *>(wrap_##name), true)
 
 std::vector<hook> hooks = {
     ALLOCATING(malloc),
@@ -263,6 +355,7 @@ std::vector<hook> hooks = {
     HOOK(fflush),
     HOOK(fgets),
     HOOK(fgetc),
+    HOOK(getc),
     HOOK(fseek),
     HOOK(fseeko),
     HOOK(ftell),
@@ -312,6 +405,7 @@ std::vector<hook> hooks = {
     HOOK(system),
     HOOK(localtime_r),
     HOOK(get_nprocs),
+    HOOK(get_alive_mgr_pid),
     HOOK(pthread_rwlock_init),
     HOOK(pthread_rwlock_destroy),
     HOOK(pthread_rwlock_rdlock),
@@ -319,6 +413,13 @@ std::vector<hook> hooks = {
     HOOK(pthread_rwlock_wrlock),
     HOOK(pthread_rwlock_trywrlock),
     HOOK(pthread_rwlock_unlock),
+    HOOK(yaml_emitter_open),
+    HOOK(yaml_emitter_flush),
+    HOOK(yaml_emitter_close),
+    HOOK(yaml_document_start_event_initialize),
+    HOOK(yaml_document_end_event_initialize),
+    HOOK(yaml_mapping_end_event_initialize),
+    HOOK(yaml_sequence_end_event_initialize),
     HOOK(fprintf),
     HOOK(snprintf),
     HOOK(__isoc99_fscanf),
@@ -337,110 +438,28 @@ hook &hook_named(const char *call)
     return *found;
 }
 
-// Redirecting the library's links ----------------------------------------------------------------
-
-struct dynamic_section {
-    const char *names = nullptr;
-    const ElfW(Sym) *symbols = nullptr;
-    const ElfW(Rela) * tables[2] = {};
-    size_t sizes[2] = {};
-};
-
-dynamic_section read_dynamic(const dl_phdr_info &info)
+// The wrapper that a link to the symbol leads to from now on; null where it stays as it is.
+void *wrapper_of(const char *symbol)
 {
-    dynamic_section section;
-    for (int i = 0; i < info.dlpi_phnum; i++) {
-        if (info.dlpi_phdr[i].p_type != PT_DYNAMIC)
+    const std::string name = plain_name(symbol);
+    for (hook &h : hooks) {
+        if (name != h.call)
             continue;
-        const auto *entry =
-            reinterpret_cast<const ElfW(Dyn) *>(info.dlpi_addr + info.dlpi_phdr[i].p_vaddr);
-        for (; entry->d_tag != DT_NULL; entry++) {
-            const auto address = entry->d_un.d_ptr;
-            switch (entry->d_tag) {
-            case DT_STRTAB:
-                section.names = reinterpret_cast<const char *>(address);
-                break;
-            case DT_SYMTAB:
-                section.symbols = reinterpret_cast<const ElfW(Sym) *>(address);
-                break;
-            case DT_JMPREL:
-                section.tables[0] = reinterpret_cast<ElfW(Rela) *>(address);
-                break;
-            case DT_PLTRELSZ:
-                section.sizes[0] = entry->d_un.d_val;
-                break;
-            case DT_RELA:
-                section.tables[1] = reinterpret_cast<ElfW(Rela) *>(address);
-                break;
-            case DT_RELASZ:
-                section.sizes[1] = entry->d_un.d_val;
-                break;
-            default:
-                break;
-            }
-        }
+        // A library that binds its links lazily has no address there yet.
+        if (h.original == nullptr)
+            h.original = dlsym(RTLD_DEFAULT, h.call);
+        return entry_of(symbol, h.wrapper);
     }
-    return section;
-}
-
-// A library whose links lead here, and what stood in them before.
-struct redirection {
-    const char *object;
-    bool found = false;
-    std::vector<std::pair<void **, void *>> links = {};
-};
-
-void redirect(redirection &redirected, void **slot, hook &h)
-{
-    const auto page_size = static_cast<uintptr_t>(sysconf(_SC_PAGESIZE));
-    const auto page = reinterpret_cast<uintptr_t>(slot) & ~(page_size - 1);
-    if (mprotect(reinterpret_cast<void *>(page), page_size, PROT_READ | PROT_WRITE) != 0)
-        throw std::runtime_error("mprotect of the library's links failed");
-    // A library that binds its links lazily has no address there yet.
-    if (h.original == nullptr)
-        h.original = dlsym(RTLD_DEFAULT, h.call);
-    redirected.links.emplace_back(slot, *slot);
-    *slot = h.wrapper;
-}
-
-int redirect_library(dl_phdr_info *info, size_t, void *data)
-{
-    auto &redirected = *static_cast<redirection *>(data);
-    if (strstr(info->dlpi_name, redirected.object) == nullptr)
-        return 0;
-    const dynamic_section section = read_dynamic(*info);
-    for (int table = 0; table < 2; table++) {
-        const size_t count = section.sizes[table] / sizeof(ElfW(Rela));
-        for (size_t i = 0; i < count; i++) {
-            const ElfW(Rela) &link = section.tables[table][i];
-            const char *name = section.names + section.symbols[ELF64_R_SYM(link.r_info)].st_name;
-            for (hook &h : hooks) {
-                if (strcmp(h.call, name) == 0)
-                    redirect(redirected, reinterpret_cast<void **>(info->dlpi_addr + link.r_offset),
-                             h);
-            }
-        }
-    }
-    redirected.found = true;
-    return 1;
-}
-
-redirection redirect_links(const char *library)
-{
-    redirection redirected = {.object = library};
-    dl_iterate_phdr(redirect_library, &redirected);
-    if (!redirected.found)
-        throw std::runtime_error(std::string(library) + " is not loaded");
-    return redirected;
+    return nullptr;
 }
 
 void redirect_once()
 {
-    static const redirection done = redirect_links("libVYThelpers.so");
+    static const std::vector<redirected_link> done = redirect_links("libVYThelpers.so", wrapper_of);
     (void)done;
 }
 
-redirection also_redirected = {.object = nullptr};
+std::vector<redirected_link> also_redirected;
 
 } // namespace
 
@@ -448,7 +467,7 @@ Faults::Faults(const char *also)
 {
     redirect_once();
     if (also != nullptr)
-        also_redirected = redirect_links(also);
+        also_redirected = redirect_links(also, wrapper_of);
     clear();
     fixtures++;
 }
@@ -457,9 +476,9 @@ Faults::~Faults()
 {
     fixtures--;
     clear();
-    for (const auto &[slot, before] : also_redirected.links)
-        *slot = before;
-    also_redirected.links.clear();
+    for (const redirected_link &link : also_redirected)
+        *link.slot = link.before;
+    also_redirected.clear();
 }
 
 void Faults::fail(const std::string &call, int error, unsigned nth)
@@ -468,6 +487,28 @@ void Faults::fail(const std::string &call, int error, unsigned nth)
     h.fail_at = h.count + nth;
     h.error = error;
     fault_happened = false;
+}
+
+void Faults::fail_late(const std::string &call, int error, unsigned nth)
+{
+    fail(call, error, nth);
+    hook_named(call.c_str()).late = true;
+}
+
+void Faults::shorten(const std::string &call, unsigned nth)
+{
+    hook &h = hook_named(call.c_str());
+    h.shorten_at = h.count + nth;
+    fault_happened = false;
+}
+
+void Faults::disarm(const std::string &call)
+{
+    hook &h = hook_named(call.c_str());
+    h.fail_at = 0;
+    h.fail_always = false;
+    h.late = false;
+    h.shorten_at = 0;
 }
 
 void Faults::fail_always(const std::string &call, int error)
@@ -499,6 +540,45 @@ unsigned Faults::calls(const std::string &call) const
     return hook_named(call.c_str()).count;
 }
 
+std::map<std::string, unsigned> Faults::all_calls() const
+{
+    std::map<std::string, unsigned> calls;
+    for (const hook &h : hooks) {
+        if (h.count != 0)
+            calls[h.call] = h.count;
+    }
+    return calls;
+}
+
+bool Faults::know(const std::string &call)
+{
+    return std::any_of(hooks.begin(), hooks.end(), [&](const hook &h) { return call == h.call; });
+}
+
+std::vector<std::string> Faults::held() const
+{
+    std::vector<std::string> calls;
+    for (const auto &[block, call] : held_by_library)
+        calls.push_back(call);
+    std::sort(calls.begin(), calls.end());
+    return calls;
+}
+
+std::vector<void *> Faults::held_by(const std::string &call) const
+{
+    std::vector<void *> blocks;
+    for (const auto &[block, by] : held_by_library) {
+        if (by == call)
+            blocks.push_back(const_cast<void *>(block));
+    }
+    return blocks;
+}
+
+void Faults::given_back(const void *block)
+{
+    give_back(block);
+}
+
 bool Faults::happened() const
 {
     return fault_happened;
@@ -509,10 +589,13 @@ void Faults::clear()
     allocations = 0;
     fail_allocation_at = 0;
     fault_happened = false;
+    held_by_library.clear();
     for (hook &h : hooks) {
         h.count = 0;
         h.fail_at = 0;
         h.fail_always = false;
+        h.late = false;
+        h.shorten_at = 0;
         h.error = 0;
         h.action = {};
         h.replacement = nullptr;

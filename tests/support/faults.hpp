@@ -6,7 +6,9 @@
 #pragma once
 
 #include <functional>
+#include <map>
 #include <string>
+#include <vector>
 
 namespace vyt::test {
 
@@ -21,8 +23,14 @@ class Faults {
 
     // Lets the nth call from now (1 is the next one) fail with this errno; the others go through.
     void fail(const std::string &call, int error, unsigned nth = 1);
+    // The same, but the call does its work first, as a failing `close` does.
+    void fail_late(const std::string &call, int error, unsigned nth = 1);
+    // Lets the nth transfer from now (read, write, sendfile, fread, fwrite) be half as long.
+    void shorten(const std::string &call, unsigned nth = 1);
     // Lets every call from now on fail with this errno.
     void fail_always(const std::string &call, int error);
+    // Lets every call from now on go through.
+    void disarm(const std::string &call);
     // Lets the nth allocation from now fail with ENOMEM, whichever call makes it (malloc, calloc,
     // realloc, strdup, asprintf, vasprintf, getline, open_memstream, scandir, opendir, fopen: each
     // counts as one).
@@ -33,6 +41,16 @@ class Faults {
     void replace(const std::string &call, void *function);
     // How often it was called since the fixture was made or clear() was called.
     unsigned calls(const std::string &call) const;
+    // The same for all calls that were made at all.
+    std::map<std::string, unsigned> all_calls() const;
+    // Whether the call is one that this fixture sees.
+    static bool know(const std::string &call);
+    // What the library took since then (memory, streams, directories, mappings) and has not given
+    // back: all of it by the names of the calls that gave it, or what one call gave.
+    std::vector<std::string> held() const;
+    std::vector<void *> held_by(const std::string &call) const;
+    // Says that the test itself gave back what the library handed out.
+    void given_back(const void *block);
     // True once the fault that was armed last has happened.
     bool happened() const;
     // Disarms everything and forgets the counts.

@@ -1,11 +1,13 @@
 #include "support/log_capture.hpp"
 
+#include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <mutex>
-#include <regex>
+#include <optional>
 #include <syslog.h>
 #include <unistd.h>
 
@@ -46,32 +48,59 @@ bool drop(std::string &text, const std::string &start)
     return true;
 }
 
+// Takes "FUNCTION:LINE> " from the start and answers the function; nothing, and nothing is taken,
+// where the text does not start so.
+std::optional<std::string> drop_place(std::string &text)
+{
+    const auto is_letter = [](unsigned char ch) { return isalnum(ch) != 0 || ch == '_'; };
+    const auto is_digit = [](unsigned char ch) { return isdigit(ch) != 0; };
+    const auto name_end = std::find_if_not(text.begin(), text.end(), is_letter);
+    if (name_end == text.begin() || name_end == text.end() || *name_end != ':')
+        return std::nullopt;
+    const auto number_end = std::find_if_not(name_end + 1, text.end(), is_digit);
+    if (number_end == name_end + 1 || name_end[1] == '0')
+        return std::nullopt;
+    std::string rest(number_end, text.end());
+    if (!drop(rest, "> "))
+        return std::nullopt;
+    const std::string function(text.begin(), name_end);
+    text = rest;
+    return function;
+}
+
+// The same behind a "<"; the text says ":#" then, where the line number was.
+bool shorten_place(std::string &text)
+{
+    std::string rest = text;
+    if (!drop(rest, "<"))
+        return false;
+    const auto function = drop_place(rest);
+    if (function.has_value())
+        text = "<" + *function + ":#> " + rest;
+    return function.has_value();
+}
+
 std::string short_error_line(int priority, std::string text)
 {
-    static const std::regex long_prefix(R"(^([A-Za-z_0-9]+):[1-9][0-9]*> ([^]*)$)");
-    static const std::regex short_prefix(R"(^<([A-Za-z_0-9]+):[1-9][0-9]*> ([^]*)$)");
-    std::smatch match;
     const std::string level = priority == LOG_ERR ? "" : "[" + std::to_string(priority) + "] ";
     std::string rest = text;
-    if (drop(rest, "<" + own_prefix() + ":") && std::regex_match(rest, match, long_prefix))
-        return level + match[1].str() + ": " + match[2].str();
-    if (std::regex_match(text, match, short_prefix))
-        return level + "<" + match[1].str() + ":#> " + match[2].str();
+    if (drop(rest, "<" + own_prefix() + ":")) {
+        if (const auto function = drop_place(rest))
+            return level + *function + ": " + rest;
+    }
+    shorten_place(text);
     return level + text;
 }
 
 std::string short_debug_line(int priority, std::string text)
 {
-    static const std::regex numbered(R"(^<([A-Za-z_0-9]+):[1-9][0-9]*> ([^]*)$)");
     std::string rest = text;
     for (const char *flag : {"INOTIFY_DBG", "VRRP_DBG"}) {
         const std::string prefix =
             std::string("%VYT_HELPERS-D-") + flag + ": <" + own_prefix() + "> ";
         if (priority != LOG_DEBUG || !drop(rest, prefix))
             continue;
-        std::smatch match;
-        if (std::regex_match(rest, match, numbered))
-            rest = "<" + match[1].str() + ":#> " + match[2].str();
+        shorten_place(rest);
         return std::string(flag) + " " + rest;
     }
     return "[" + std::to_string(priority) + "] " + text;

@@ -64,6 +64,24 @@ int run_in_child(const std::function<int()> &body)
     return wait_for(child);
 }
 
+void become_this_program(const std::vector<std::string> &command_line)
+{
+    std::vector<std::string> words = command_line;
+    std::vector<std::string> programs = {own_program, "/proc/self/exe"};
+    if (const std::string emulator = VYT_EMULATOR; !emulator.empty()) {
+        words.insert(words.begin(), {emulator, "-0"}); // EMULATOR -0 NAME PROGRAM ARGUMENTS
+        words.insert(words.begin() + 3, own_program);
+        programs = {emulator};
+    }
+    std::vector<char *> arguments;
+    for (std::string &word : words)
+        arguments.push_back(word.data());
+    arguments.push_back(nullptr);
+    for (const std::string &program : programs)
+        execv(program.c_str(), arguments.data());
+    _exit(127);
+}
+
 bool enter_own_process()
 {
     if (getenv(marker) != nullptr)
@@ -76,10 +94,7 @@ bool enter_own_process()
         // ctest asks for reports through these; the child's run is not the reported one.
         unsetenv("GTEST_OUTPUT");
         unsetenv("GTEST_TOTAL_SHARDS");
-        for (const char *program : {own_program.c_str(), "/proc/self/exe"})
-            execl(program, program_invocation_name, filter.c_str(),
-                  "--gtest_also_run_disabled_tests", nullptr);
-        _exit(127);
+        become_this_program({program_invocation_name, filter, "--gtest_also_run_disabled_tests"});
     }
     EXPECT_EQ(wait_for(child), 0) << "in a process of its own: " << current_test();
     return false;

@@ -15,6 +15,10 @@ std::vector<int> open_descriptors();
 // The body's own result is the exit status; a failed gtest assertion inside makes it 99.
 int run_in_child(const std::function<int()> &body);
 
+// Turns this process into a fresh run of its executable under this command line, whose first word is
+// the name that it goes by. What was built for another processor runs in its emulator again.
+[[noreturn]] void become_this_program(const std::vector<std::string> &command_line);
+
 // Re-runs the current test in a fresh process unless it is that process already; true when the
 // caller is to go on, false when the fresh process has done the work. Use OWN_PROCESS().
 bool enter_own_process();

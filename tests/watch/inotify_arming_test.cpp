@@ -176,6 +176,21 @@ TEST_F(Arming, AModeOfZeroCountsAsNone)
                  "INOTIFY_DBG <inotify_state_loop> state WATCH_DIRECTORY to LOST_DIRECTORY (f)");
 }
 
+TEST_F(Arming, WithoutTheFlagARefusalWithoutAModeIsSilent)
+{
+    follow("f");
+    faults.fail_always("inotify_add_watch", EACCES);
+    faults.replace("stat", reinterpret_cast<void *>(+[](const char *path, struct stat *st) {
+                       const int result = stat(path, st);
+                       st->st_mode = 0;
+                       return result;
+                   }));
+    errno = 0;
+    process();
+    EXPECT_EQ(errno, EACCES);
+    EXPECT_NO_LINES();
+}
+
 TEST_F(Arming, AnotherRefusalTellsNoMode)
 {
     follow("f");

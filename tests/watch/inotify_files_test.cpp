@@ -9,16 +9,7 @@
 
 using namespace vyt::test;
 
-class InotifyFiles : public WatcherTest {
-  protected:
-    // The numbers of the watches that one pass arms, in the order of arming.
-    std::vector<int> arm()
-    {
-        note_watches();
-        process();
-        return given_watches;
-    }
-};
+class InotifyFiles : public WatcherTest {};
 
 // Sharing a watch ----------------------------------------------------------------------------------
 
@@ -335,6 +326,64 @@ TEST_F(InotifyFiles, ALongNameFillsABuffer)
     feed({event(1, IN_CREATE, padded)});
     EXPECT_EQ(event(1, IN_CREATE, padded).size(), 4112u);
     process();
+}
+
+// What stands behind the bytes that were read is left from an earlier buffer.
+
+TEST_F(InotifyFiles, AHeaderThatIsCutOffIsNoEvent)
+{
+    for (const char *name : {"a", "b"}) {
+        write_file(temp / name, "1");
+        follow(name);
+    }
+    const auto given = arm();
+    forget_calls();
+    feed({event(given[0], IN_MODIFY), event(given[1], IN_MODIFY).substr(0, 4)});
+    process();
+    EXPECT_EQ(calls, (std::map<std::string, int>{{"a", 1}, {"b", 0}}));
+}
+
+TEST_F(InotifyFiles, ANameThatIsCutOffIsNoEvent)
+{
+    follow("f");
+    const int wd = arm().at(0);
+    write_file(temp / "f", "1");
+    const std::string whole = event(wd, IN_CREATE, "f");
+    feed({event(wd + 1000, IN_CREATE, "f"), whole.substr(0, sizeof(inotify_event))});
+    EXPECT_EQ(calls_in_pass("f"), 0);
+    feed({event(wd + 1000, IN_CREATE, "f"), whole.substr(0, whole.size() - 1)});
+    EXPECT_EQ(calls_in_pass("f"), 0);
+    feed({whole});
+    EXPECT_EQ(calls_in_pass("f"), 1);
+}
+
+TEST_F(InotifyFiles, ANameWithoutAnEndEndsTheBuffer)
+{
+    const std::string name(20, 'n');
+    follow(name);
+    follow("f");
+    const int wd = arm().at(0);
+    write_file(temp / name, "1");
+    write_file(temp / "f", "1");
+    std::string open_name = event(wd, IN_CREATE, name).substr(0, sizeof(inotify_event) + 16);
+    const uint32_t len = 16;
+    memcpy(&open_name[offsetof(inotify_event, len)], &len, sizeof(len));
+    forget_calls();
+    feed({event(wd + 1000, IN_CREATE, name), open_name, open_name + event(wd, IN_CREATE, "f")});
+    process();
+    EXPECT_EQ(calls, (std::map<std::string, int>{{name, 0}, {"f", 0}}));
+}
+
+TEST_F(InotifyFiles, ALengthThatNoKernelGivesLeadsToTheNextEventAllTheSame)
+{
+    follow("f");
+    const int wd = arm().at(0);
+    write_file(temp / "f", "1");
+    std::string odd = event(wd, IN_CREATE, "g").substr(0, sizeof(inotify_event) + 5);
+    const uint32_t len = 5;
+    memcpy(&odd[offsetof(inotify_event, len)], &len, sizeof(len));
+    feed({odd + event(wd, IN_CREATE, "f")});
+    EXPECT_EQ(calls_in_pass("f"), 1);
 }
 
 TEST_F(InotifyFiles, APassReadsAHundredBuffers)

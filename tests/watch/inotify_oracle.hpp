@@ -41,6 +41,16 @@ struct record {
     int id = -1; // -1: nobody is called
 };
 
+// The text of an errno that no call has set is nobody's promise.
+inline std::vector<std::string> without_stray_reasons(std::vector<std::string> lines)
+{
+    for (size_t i = 1; i < lines.size(); i++) {
+        if (lines[i - 1].rfind("create_watch_fd: IS_NE", 0) == 0)
+            lines[i] = lines[i].substr(0, lines[i].rfind(':'));
+    }
+    return lines;
+}
+
 class plain_watcher {
   public:
     std::vector<std::string> lines;
@@ -257,10 +267,15 @@ class plain_watcher {
                 errno = EIO;
                 return -1;
             }
-            for (ssize_t at = 0; at < length;) {
+            // What is not a whole event with a terminated name ends the buffer.
+            for (ssize_t at = 0; length - at >= ssize_t(sizeof(inotify_event));) {
                 inotify_event header;
                 memcpy(&header, buffer + at, sizeof(header));
-                const std::string name = header.len != 0 ? buffer + at + sizeof(header) : "";
+                const ssize_t name_at = at + ssize_t(sizeof(header));
+                if (header.len > length - name_at ||
+                    (header.len != 0 && memchr(buffer + name_at, '\0', header.len) == nullptr))
+                    break;
+                const std::string name = header.len != 0 ? buffer + name_at : "";
                 for (record &file : files_) {
                     if (file.watch_fd != header.wd || (header.len != 0 && file.file_name != name))
                         continue;

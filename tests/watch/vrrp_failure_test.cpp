@@ -267,6 +267,10 @@ TEST_F(VrrpFailure, WithoutAnyMemoryEveryRecordIsSkippedAndNothingIsLeft)
     set_debug_flags(0);
     rename_over(record(3, daemon_master, 1, "red") + record(4, daemon_backup, 1, "red"));
     Faults faults;
+    faults.fail_always("calloc", ENOMEM);
+    EXPECT_EQ(update(), good);
+    EXPECT_EQ(lh_vrrp_group_members_num_get(1), 0);
+    faults.clear();
     faults.fail_always("malloc", ENOMEM);
     EXPECT_EQ(update(), good);
     EXPECT_EQ(lh_vrrp_group_members_num_get(1), 0);
@@ -306,8 +310,9 @@ TEST_F(VrrpFailure, AFileThatShrinksBeforeItIsReadIsTakenAsItIsThen)
         touch();
         set_debug_flags(vrrp_dbg);
         faults.clear();
-        faults.before("mmap",
-                      [&](unsigned) { ASSERT_EQ(truncate(status_path.c_str(), length), 0); });
+        faults.before("mmap", [size = length](unsigned) {
+            ASSERT_EQ(truncate(status_path.c_str(), size), 0);
+        });
         EXPECT_EQ(update(), result);
         EXPECT_EQ(faults.calls("mmap"), 1u);
         EXPECT_EQ(faults.calls("munmap"), 1u);
@@ -427,9 +432,9 @@ TEST_F(VrrpFailure, AFileReplacedBetweenOpeningAndSizingIsReadSafely)
         EXPECT_EQ(lh_vrrp_info_update(), 0);
         touch();
         Faults faults;
-        faults.before("access", [&](unsigned number) {
+        faults.before("access", [&, &contents = replacement](unsigned number) {
             if (number == 2)
-                rename_over(replacement);
+                rename_over(contents);
         });
         EXPECT_EQ(update(), good);
         EXPECT_EQ(members_of(1), members);

@@ -163,6 +163,14 @@ class WatcherTest : public LogTest {
         faults.replace("inotify_add_watch", reinterpret_cast<void *>(note_watch));
     }
 
+    // The numbers of the watches that one pass arms, in the order of arming.
+    std::vector<int> arm()
+    {
+        note_watches();
+        process();
+        return given_watches;
+    }
+
     std::string dir(const std::string &name = {}) const
     {
         return name.empty() ? temp.path() : temp / name;

@@ -213,7 +213,7 @@ TEST_F(YamlFailure, TextThatIsNotUtf8IsRefused)
 
 TEST_F(YamlFailure, ClosingWhatWasNeverPreparedOrIsClosedDoesNothing)
 {
-    EXPECT_TRUE(is_zeroed(emitter));
+    memset(&emitter, 0, sizeof(emitter)); // whole, with what lies between its members
     expect_all_refuse();
     expect_close_fails();
     EXPECT_EQ(written_by([] {}), "{}\n");
@@ -318,6 +318,46 @@ TEST_F(YamlFailure, AnEventInTheWrongPlaceEndsTheEmitter)
     expect_all_refuse();
     expect_close_fails();
     EXPECT_EQ(text().rfind("before: \"1\"\ntoo: \"2\"\n", 0), 0u) << text();
+}
+
+// Steps of libyaml that fail -----------------------------------------------------------------------
+
+TEST_F(YamlFailure, PreparingReportsEveryStepThatFails)
+{
+    for (const char *step : {"yaml_emitter_open", "yaml_document_start_event_initialize"}) {
+        Faults faults;
+        faults.fail(step, ENOMEM);
+        EXPECT_EQ(prepare(), -1) << step;
+        expect_close_fails();
+    }
+}
+
+TEST_F(YamlFailure, ClosingReportsEveryStepThatFailsAndReleasesTheEmitter)
+{
+    for (const char *step :
+         {"yaml_mapping_end_event_initialize", "yaml_document_end_event_initialize",
+          "yaml_emitter_flush", "yaml_emitter_close"}) {
+        ASSERT_EQ(prepare(), 0);
+        Faults faults;
+        faults.fail(step, ENOMEM);
+        expect_close_fails();
+        EXPECT_TRUE(faults.happened()) << step;
+        EXPECT_EQ(faults.calls("yaml_emitter_flush"), 1u) << step;
+        EXPECT_EQ(faults.calls("yaml_emitter_close"), 1u) << step;
+    }
+}
+
+TEST_F(YamlFailure, AnEndThatCannotBeMadeMayBeTriedAgain)
+{
+    Faults faults;
+    EXPECT_EQ(written_by([&] {
+                  EXPECT_EQ(yaml_set_var_char(e, v, "k"), 0);
+                  EXPECT_EQ(yaml_sequence_event(e, v, 1), 0);
+                  faults.fail("yaml_sequence_end_event_initialize", ENOMEM);
+                  EXPECT_EQ(yaml_sequence_event(e, v, 0), -1);
+                  EXPECT_EQ(yaml_sequence_event(e, v, 0), 0);
+              }),
+              "k: []\n");
 }
 
 // Files that fail ----------------------------------------------------------------------------------

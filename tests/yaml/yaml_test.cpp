@@ -2,6 +2,7 @@
 
 #include <climits>
 #include <random>
+#include <sys/mman.h>
 
 using namespace vyt::test;
 
@@ -253,6 +254,33 @@ TEST_F(Yaml, LinesAreFoldedOnlyAtAGreatWidth)
     };
     EXPECT_EQ(lines_of(65000), 1);
     EXPECT_EQ(lines_of(66000), 2);
+}
+
+TEST_F(Yaml, ATextOfTwoGibibytesIsRefused)
+{
+#ifdef __SANITIZE_THREAD__
+    GTEST_SKIP() << "the thread sanitizer would need eight gibibytes for it";
+#endif
+    // One file, mapped again and again behind itself, and a page of zeros at the end.
+    constexpr size_t piece = size_t{1} << 21, length = size_t{1} << 31;
+    const int pages = memfd_create("text", 0);
+    ASSERT_EQ(ftruncate(pages, piece), 0);
+    void *one = mmap(nullptr, piece, PROT_WRITE, MAP_SHARED, pages, 0);
+    ASSERT_NE(one, MAP_FAILED);
+    memset(one, 'x', piece);
+    munmap(one, piece);
+    auto *whole = static_cast<char *>(mmap(nullptr, length + piece, PROT_READ,
+                                           MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0));
+    ASSERT_NE(whole, MAP_FAILED);
+    for (size_t at = 0; at < length; at += piece)
+        ASSERT_EQ(mmap(whole + at, piece, PROT_READ, MAP_SHARED | MAP_FIXED, pages, 0), whole + at);
+    ::close(pages);
+    EXPECT_EQ(written_by([&] {
+                  EXPECT_EQ(yaml_scalar_event_var(e, v, whole), -1);
+                  EXPECT_EQ(yaml_set_val_int(e, v, "k", 1), 0);
+              }),
+              "k: \"1\"\n");
+    munmap(whole, length + piece);
 }
 
 TEST_F(Yaml, WritesFromTheFilesPositionAndLeavesItOpen)

@@ -2,6 +2,7 @@
 # shellcheck shell=bash
 
 packages=(g++ gcc cmake ninja-build pkg-config libc6-dev libyaml-dev libgtest-dev libgmock-dev)
+clang_packages=(clang libclang-rt-14-dev)
 test_packages=(binutils python3 python3-yaml sudo dos2unix sysvinit-utils keepalived iproute2 tmux)
 jobs=$(nproc)
 
@@ -54,6 +55,24 @@ need() {
     install_quietly "${missing[@]}"
 }
 
+# need_processor PROCESSOR: installs what builds for a processor, as uname -m names it, and what runs
+# that. This machine's own needs no more than any build.
+need_processor() {
+    local processor=$1 architecture
+    [ "$processor" != "$(uname -m)" ] || return 0
+    case "$processor" in
+    aarch64) architecture=arm64 ;;
+    x86_64) architecture=amd64 ;;
+    *) fail "there is no cross compiler for $processor" ;;
+    esac
+    if ! dpkg --print-foreign-architectures | grep -qx "$architecture"; then
+        say "adding the architecture $architecture to dpkg"
+        as_root dpkg --add-architecture "$architecture"
+    fi
+    need "g++-${processor//_/-}-linux-gnu" qemu-user \
+        {libyaml-dev,libgtest-dev,libgmock-dev,libstdc++6}":$architecture"
+}
+
 # Shows on a terminal, until the process ends, the time and the log's last line.
 watch_log() {
     local pid=$1 log=$2 start=$SECONDS
@@ -97,12 +116,24 @@ check_preset() {
     presets | grep -qx -- "$1" || fail "there is no preset '$1'; there are: $(presets | xargs)"
 }
 
+# A preset's compiler, where that is not GCC.
+need_compiler() {
+    case "$1" in
+    clang* | fuzz*) need "${clang_packages[@]}" ;;
+    esac
+}
+
 # build [PRESET] [TARGET...]
 build() {
     local preset=${1:-release} log="build-${1:-release}"
     local targets=("${@:2}")
     check_preset "$preset"
     need "${packages[@]}"
+    need_compiler "$preset"
+    case "$preset" in
+    arm64 | *-aarch64) need_processor aarch64 ;;
+    *-x86_64) need_processor x86_64 ;;
+    esac
     step "configure-$preset" "read the log, then ./dev build $preset" cmake --preset "$preset"
     step "$log" "mend the first error above, then ./dev build $preset" \
         cmake --build --preset "$preset" --parallel "$jobs" ${targets[0]:+--target "${targets[@]}"}
@@ -112,7 +143,7 @@ build() {
 # The thread sanitizer needs an address space without randomised holes on some kernels.
 runner_of() {
     case "$1" in
-    tsan*) if setarch -R true 2>/dev/null; then echo setarch -R; fi ;;
+    *tsan*) if setarch -R true 2>/dev/null; then echo setarch -R; fi ;;
     esac
 }
 
