@@ -333,7 +333,8 @@ hook made(const char *call, void *wrapper, bool allocates)
 #define HOOK(name) made(#name, reinterpret_cast<void *>(wrap_##name), false)
 #define ALLOCATING(name) made(#name, reinterpret_cast<void *>(wrap_##name), true)
 
-std::vector<hook> hooks = {
+// Never destroyed: a library that counts what is executed calls at the very end of the process, too.
+std::vector<hook> &hooks = *new std::vector<hook>{
     ALLOCATING(malloc),
     ALLOCATING(calloc),
     ALLOCATING(realloc),
