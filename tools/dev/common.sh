@@ -25,7 +25,7 @@ as_root() {
 missing_packages() {
     local package
     for package in "$@"; do
-        dpkg-query -W -f='${db:Status-Status}\n' "$package" 2>/dev/null | grep -qx installed ||
+        dpkg-query -W -f='${db:Status-Status}\n' "$package" 2>/dev/null | grep -x installed >/dev/null ||
             printf '%s\n' "$package"
     done
 }
@@ -65,7 +65,7 @@ need_processor() {
     x86_64) architecture=amd64 ;;
     *) fail "there is no cross compiler for $processor" ;;
     esac
-    if ! dpkg --print-foreign-architectures | grep -qx "$architecture"; then
+    if ! dpkg --print-foreign-architectures | grep -x "$architecture" >/dev/null; then
         say "adding the architecture $architecture to dpkg"
         as_root dpkg --add-architecture "$architecture"
     fi
@@ -113,7 +113,7 @@ presets() {
 }
 
 check_preset() {
-    presets | grep -qx -- "$1" || fail "there is no preset '$1'; there are: $(presets | xargs)"
+    presets | grep -x -- "$1" >/dev/null || fail "there is no preset '$1'; there are: $(presets | xargs)"
 }
 
 # A preset's compiler, where that is not GCC.

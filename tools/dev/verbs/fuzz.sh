@@ -14,7 +14,7 @@ fuzz_targets() {
 }
 
 fuzz_check_target() {
-    fuzz_targets | grep -qx -- "$1" ||
+    fuzz_targets | grep -x -- "$1" >/dev/null ||
         fail "there is no fuzz target '$1'; there are: $(fuzz_targets | xargs)"
 }
 

@@ -7,7 +7,7 @@ package_architectures=(amd64 arm64)
 need_architecture() {
     local architecture=$1
     [ "$architecture" = "$(dpkg --print-architecture)" ] && return
-    if ! dpkg --print-foreign-architectures | grep -qx "$architecture"; then
+    if ! dpkg --print-foreign-architectures | grep -x "$architecture" >/dev/null; then
         say "adding the architecture $architecture to dpkg's"
         as_root dpkg --add-architecture "$architecture"
     fi
