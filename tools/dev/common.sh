@@ -55,6 +55,14 @@ need() {
     install_quietly "${missing[@]}"
 }
 
+# Lets dpkg install packages of another architecture, as Debian names it.
+need_architecture() {
+    if ! dpkg --print-foreign-architectures | grep -x "$1" >/dev/null; then
+        say "adding the architecture $1 to dpkg"
+        as_root dpkg --add-architecture "$1"
+    fi
+}
+
 # need_processor PROCESSOR: installs what builds for a processor, as uname -m names it, and what runs
 # that. This machine's own needs no more than any build.
 need_processor() {
@@ -65,10 +73,7 @@ need_processor() {
     x86_64) architecture=amd64 ;;
     *) fail "there is no cross compiler for $processor" ;;
     esac
-    if ! dpkg --print-foreign-architectures | grep -x "$architecture" >/dev/null; then
-        say "adding the architecture $architecture to dpkg"
-        as_root dpkg --add-architecture "$architecture"
-    fi
+    need_architecture "$architecture"
     need "g++-${processor//_/-}-linux-gnu" qemu-user \
         {libyaml-dev,libgtest-dev,libgmock-dev,libstdc++6}":$architecture"
 }

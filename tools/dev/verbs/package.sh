@@ -4,13 +4,10 @@
 package_architectures=(amd64 arm64)
 
 # What building for another architecture than this machine's takes.
-need_architecture() {
+need_cross_build() {
     local architecture=$1
     [ "$architecture" = "$(dpkg --print-architecture)" ] && return
-    if ! dpkg --print-foreign-architectures | grep -x "$architecture" >/dev/null; then
-        say "adding the architecture $architecture to dpkg's"
-        as_root dpkg --add-architecture "$architecture"
-    fi
+    need_architecture "$architecture"
     need "crossbuild-essential-$architecture" "libyaml-dev:$architecture"
 }
 
@@ -18,7 +15,7 @@ build_packages() {
     local architecture
     need git build-essential debhelper cmake libyaml-dev doxygen python3 lintian
     for architecture in "${package_architectures[@]}"; do
-        need_architecture "$architecture"
+        need_cross_build "$architecture"
         step "package-$architecture" "mend the first error above, then ./dev package" \
             tools/package/build "$architecture" "build/package/$architecture"
     done
