@@ -329,8 +329,10 @@ static int on_key(int fd, void *arg)
     ssize_t count = read(fd, keys, sizeof(keys));
     if (count < 0 && (errno == EAGAIN || errno == EINTR))
         return 0;
+    if (count == 0 && isatty(fd))
+        return 0; /* somebody else took them, or Ctrl-C did */
     if (count <= 0 || memchr(keys, 'q', (size_t)count) != NULL)
-        end(arg); /* at the end of the input the terminal has gone */
+        end(arg); /* the terminal has gone */
     return 0;
 }
 

@@ -312,6 +312,8 @@ void table_enter_screen(struct table *table)
     if (table->has_keys) {
         struct termios keys = table->usual_keys;
         keys.c_lflag &= ~(tcflag_t)(ICANON | ECHO);
+        keys.c_cc[VMIN] = 0; /* reading never waits: Ctrl-C throws away what woke the loop */
+        keys.c_cc[VTIME] = 0;
         tcsetattr(STDIN_FILENO, TCSADRAIN, &keys);
     }
     (void)write_all(STDOUT_FILENO, ENTER_SCREEN, strlen(ENTER_SCREEN));

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cctype>
+#include <csignal>
 #include <functional>
 #include <map>
 #include <poll.h>
@@ -15,6 +16,8 @@
 #include <unistd.h>
 #include <utility>
 #include <vector>
+
+#include "support/process.hpp"
 
 namespace vyt::test {
 
@@ -247,12 +250,9 @@ class Terminal {
         ASSERT_EQ(ioctl(master_, TIOCSWINSZ, &size), 0);
     }
     // Are typed characters shown, and handed over by lines?
-    bool is_usual() const
-    {
-        termios settings = {};
-        EXPECT_EQ(tcgetattr(master_, &settings), 0);
-        return (settings.c_lflag & (ECHO | ICANON)) == (ECHO | ICANON);
-    }
+    bool is_usual() const { return (settings().c_lflag & (ECHO | ICANON)) == (ECHO | ICANON); }
+    // Does reading wait for a character?
+    bool reads_wait() const { return settings().c_cc[VMIN] != 0 || settings().c_cc[VTIME] != 0; }
     void hang_up()
     {
         if (master_ >= 0)
@@ -265,11 +265,14 @@ class Terminal {
         int status = 0;
         return waitpid(pid_, &status, WUNTRACED) == pid_ && WIFSTOPPED(status);
     }
-    // Takes in what it still says; its exit status, 256 plus the signal that ended it.
+    // Takes in what it still says; its exit status, 256 plus the signal that ended it. One that does
+    // not end is killed.
     int wait()
     {
         if (master_ >= 0)
             sees([] { return false; });
+        if (!wait_until([&] { return has_ended(); }))
+            kill(pid_, SIGKILL);
         int status = 0;
         waitpid(pid_, &status, 0);
         ended_ = true;
@@ -277,6 +280,19 @@ class Terminal {
     }
 
   private:
+    // It has ended, and still waits for somebody to ask how.
+    bool has_ended() const
+    {
+        siginfo_t info = {};
+        return waitid(P_PID, id_t(pid_), &info, WEXITED | WNOHANG | WNOWAIT) != 0 ||
+               info.si_pid == pid_;
+    }
+    termios settings() const
+    {
+        termios settings = {};
+        EXPECT_EQ(tcgetattr(master_, &settings), 0);
+        return settings;
+    }
     static winsize size_of(int columns, int rows)
     {
         return {.ws_row = static_cast<unsigned short>(rows),

@@ -295,6 +295,7 @@ TEST_F(Watch, GivesTheTerminalBack)
             usual);
         ASSERT_TRUE(sees_table(terminal, "group 1  Unknown"));
         EXPECT_FALSE(terminal.is_usual());
+        EXPECT_FALSE(terminal.reads_wait()); // Ctrl-C takes away the keys typed before it
         EXPECT_FALSE(terminal.screen().has("before"));
         terminal.type("abc"); // other keys do nothing, and are not shown
         if (signal != 0)
