@@ -39,8 +39,8 @@ struct config {
     int vrf_count;
 };
 
-/* Each helper gives 0 or -1. After the first failure the later ones fail, too, and do no harm, so
-   the results are gathered and looked at once. */
+/* Each helper gives 0 or -1, and does no harm after another one has failed. So the results are
+   gathered and looked at once; a file in which any step failed is not to be used. */
 static int write_listener(yaml_emitter_t *emitter, yaml_event_t *event, const struct config *config)
 {
     int rc = yaml_set_var_char(emitter, event, "listener"); /* a lone key, then its mapping */

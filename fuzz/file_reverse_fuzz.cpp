@@ -7,10 +7,12 @@
 #include <memory>
 
 #include "fuzz/support/fuzz.hpp"
+#include "support/line_buffer.hpp"
 #include "support/process.hpp"
 #include "support/world.hpp"
 
 using namespace vyt::fuzz;
+using vyt::test::LineBuffer;
 using vyt::test::take_lines;
 
 namespace {
@@ -18,18 +20,6 @@ namespace {
 using Stream = std::unique_ptr<FILE, decltype(&fclose)>;
 
 const std::string path = "/run/text";
-
-// A buffer as getline keeps it.
-struct Buffer {
-    Buffer() = default;
-    explicit Buffer(const std::string &text) : line(strdup(text.c_str())), size(text.size() + 1) {}
-    ~Buffer() { free(line); }
-    Buffer(const Buffer &) = delete;
-    Buffer &operator=(const Buffer &) = delete;
-
-    char *line = nullptr;
-    size_t size = 0;
-};
 
 struct Answer {
     ssize_t length;
@@ -53,7 +43,7 @@ std::optional<Answer> plain_line_before(const std::string &contents, size_t off)
 
 // Backwards from `off` to the start; the lines as they came.
 std::vector<std::string> check_backwards(FILE *stream, const std::string &contents, size_t off,
-                                         Buffer &buffer)
+                                         LineBuffer &buffer)
 {
     std::vector<std::string> lines;
     EXPECT_EQ(fseek(stream, static_cast<long>(off), SEEK_SET), 0);
@@ -84,7 +74,7 @@ std::vector<std::string> check_backwards(FILE *stream, const std::string &conten
 std::vector<std::string> forward_lines(FILE *stream)
 {
     std::vector<std::string> lines;
-    Buffer buffer;
+    LineBuffer buffer;
     rewind(stream);
     for (ssize_t length; (length = getline(&buffer.line, &buffer.size, stream)) != -1;)
         lines.emplace_back(buffer.line, static_cast<size_t>(length));
@@ -106,12 +96,12 @@ void vyt::fuzz::run(Input input)
     vyt::test::write_file(path, contents);
     const Stream stream(fopen(path.c_str(), "r"), fclose);
 
-    Buffer used(stale);
+    LineBuffer used(stale);
     check_backwards(stream.get(), contents, std::min(start, contents.size()), used);
 
     // From the end, the lines are those that are read forwards, the last one first: with the empty
     // one behind a last newline, without an empty first one.
-    Buffer fresh;
+    LineBuffer fresh;
     const auto backwards = check_backwards(stream.get(), contents, contents.size(), fresh);
     auto forwards = forward_lines(stream.get());
     if (!contents.empty() && contents.back() == '\n')

@@ -413,6 +413,9 @@ int lh_file_permissions_add(const char *path, mode_t bits);
  *       access time is the source's modification time and its modification time that of the copying.
  *       Copying stops without a complaint at the first read that gives less than 4096 bytes, and a
  *       write that takes only a part is not noticed.
+ * @note The owner is set after the permissions, which takes a set-user-id or set-group-id bit away
+ *       again. A directory as the source fails at the first read, when an empty copy has been made; a
+ *       file that is copied onto itself is emptied, and the result is 0.
  */
 int lh_copy_file(const char *src_fname, const char *dst_fname, mode_t mode);
 

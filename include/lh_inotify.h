@@ -152,7 +152,8 @@ int lh_inotify_exclude_file(lh_inotify *ptr, const char *parent_dir, const char 
  *
  * @param ptr the watcher; null is logged.
  * @return 0, or -1 when the descriptor could not be read; no file had its turn then.
- * @errno  EIO when reading failed.
+ * @errno  EIO when reading failed. A pass that returns 0 leaves EPERM there when the last thing that
+ *         it did was to fail at creating a directory, EACCES when it was to be refused a watch.
  * @log    `PTR_IS_NULL: ptr`; `IS_NE check failed: file->watch_fd (%ld != %ld) !!!` (function
  *         `create_watch_fd`); the lines of lh_dir_create() when a directory is to be created.
  *         Debug lines: `read failed: %s`, `unexpected events in mask 0x%x`,
@@ -161,7 +162,9 @@ int lh_inotify_exclude_file(lh_inotify *ptr, const char *parent_dir, const char 
  *         `create_watch_fd failed: %s`, `can't do state transition`, `state %s to %s (%s)`.
  * @blocking does not wait for events. Arming a watch that fails is tried again every quarter of a
  *         second, for about half a second for a file and two seconds for a directory, for each file
- *         concerned. At most 100 buffers of events are read; the rest waits for the next pass.
+ *         concerned. A file that is there but may not be watched (its mode, or the limit on watches)
+ *         is tried fifty times over, about 25 seconds, by this pass and by every later one until it
+ *         may; the debug line is `can't do state transition`. At most 100 buffers of events are read; the rest waits for the next pass.
  * @threads the watcher's.
  * @note A file whose directory is missing, and not to be created, is tried again by every later
  *       pass; nothing makes the descriptor readable when the directory appears, so such a daemon

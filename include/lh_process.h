@@ -96,7 +96,7 @@ int lh_process_create_pid_file(const char *path);
 /**
  * Read the decimal pid at the start of a file.
  *
- * @param path the pid file; **not checked for null**.
+ * @param path the pid file; null is a file that cannot be opened ("(null)" in the line, EFAULT).
  * @return the pid, or -1. A file that holds `-1` reads the same as a failure.
  * @errno  of the failing call.
  * @log    `failed to open pidfile '%s'` (path); `failed to read pid from pidfile` when the file

@@ -129,7 +129,8 @@ typedef struct lh_shell_cmd_run_opts {
     void *timer_progress_cb_arg;           /**< its argument */
     struct timespec timer_progress_period; /**< zero: half a second */
 
-    lh_shell_cmd_run_cb timer_alive_sig_cb; /**< liveness tick; non-zero ends the run. Null: none */
+    lh_shell_cmd_run_cb timer_alive_sig_cb; /**< liveness tick, for telling the board's liveness
+                                                 manager; non-zero ends the run. Null: none */
     void *timer_alive_sig_cb_arg;           /**< its argument */
     struct timespec
         timer_alive_sig_period; /**< with the callback **always set it**: zero makes the run fail */
@@ -206,8 +207,8 @@ typedef struct lh_shell_cmd_run_opts {
  * @note **Descriptors are inherited.** The command has every descriptor of the daemon open that
  *       does not close on exec, timers of the runs of other threads and of outer runs included.
  * @note `*opts->pid` holds the child's pid before the first callback runs, and 0 after the return in
- *       the daemon; it is left alone when the command line could not be built, and in a child that
- *       could not run `/bin/sh`.
+ *       the daemon; it is left alone when there was no child (the command line could not be built, or
+ *       `fork` failed), and in a child that could not run `/bin/sh`.
  * @note `exit_code` keeps its value unless the child exited and the result is 0.
  * @note Deliberate: the liveness period has a default of 1000000000 nanoseconds, which no timer
  *       accepts. A run with `timer_alive_sig_cb` and a zero period fails with

@@ -254,7 +254,8 @@ int lh_vrrp_group_members_num_get(uint32_t group);
  * the last one in the file first.
  *
  * @param group 1 to 32.
- * @param names where the names go, `max` slots of 16 bytes, each terminated; null is logged.
+ * @param names where the names go, `max` slots of 16 bytes, each terminated; null is logged, but for
+ *              a `max` of 0 or less.
  * @param max   how many slots there are.
  * @return the number of names when all fit; `max + 1` when there are more members than `max`, and
  *         `max` names were given; -1 on failure.

@@ -31,8 +31,8 @@ static int put_service(yaml_emitter_t *emitter, yaml_event_t *event)
     return rc | yaml_mapping_event(emitter, event, 0);
 }
 
-/* One look at the end is enough: a failed step makes all later ones
- * fail. */
+/* One look at the end is enough, at all results together: where a step
+ * failed the document is not whole, whatever the later ones said. */
 static int write_config(FILE *file)
 {
     yaml_emitter_t emitter = {0};

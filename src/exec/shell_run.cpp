@@ -254,8 +254,6 @@ int lh_shell_cmd_run(lh_shell_cmd_run_opts *opts, const char *fmt, ...)
         return become_shell(flags, line.get(), shown);
     if (child < 0) {
         RUN_ERROR("fork failed for '%s'", shown);
-        if (opts != nullptr && opts->pid != nullptr)
-            *opts->pid = 0;
         return -1;
     }
     return opts != nullptr ? supervise(opts, child) : wait_unsupervised(child, shown);

@@ -203,7 +203,9 @@ int lh_vrrp_group_members_num_get(uint32_t group)
 
 int lh_vrrp_group_members_vifname_get(uint32_t group, char names[][LH_VRRP_VIFNAME_SIZE], int max)
 {
-    if (PTR_IS_NULL(names) || GROUP_OUT_OF_RANGE(group))
+    if (max > 0 && PTR_IS_NULL(names)) // without slots there is nothing to miss
+        return -1;
+    if (GROUP_OUT_OF_RANGE(group))
         return -1;
     const vrrp_group *record = followed_group(group);
     if (record == nullptr)

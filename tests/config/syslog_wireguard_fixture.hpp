@@ -42,13 +42,6 @@ inline std::string named_line_of(const std::string &function, const std::string 
     return line_of(function, "<" + function + "> " + text);
 }
 
-inline int close_and_fail(FILE *file)
-{
-    fclose(file);
-    errno = EIO;
-    return EOF;
-}
-
 class WireguardFile : public DebugDirTest {
   protected:
     static void save_text(const std::string &text)

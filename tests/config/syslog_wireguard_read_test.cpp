@@ -219,7 +219,7 @@ TEST_F(WireguardRead, ReadingEndsAtAReadErrorAndClosingIsNotLookedAt)
     EXPECT_EQ(syslog_wireguard_read_flags_from_savefile(&flags), 0);
     EXPECT_EQ(flags, (flags_t{1, 88}));
     faults.clear();
-    faults.replace("fclose", reinterpret_cast<void *>(close_and_fail));
+    faults.fail_late("fclose", EIO);
     EXPECT_EQ(syslog_wireguard_read_flags_from_savefile(&flags), 0);
     EXPECT_EQ(flags, (flags_t{1, 1}));
     EXPECT_EQ(open_descriptors(), before);

@@ -121,10 +121,11 @@ TEST_F(WireguardSave, WritingAndClosingAreNotLookedAt)
     save_text("");
     const flags_t flags = {1, 1};
     Faults faults;
-    faults.replace("fclose", reinterpret_cast<void *>(close_and_fail));
+    faults.fail_late("fclose", EIO);
     EXPECT_EQ(syslog_wireguard_write_flags_to_savefile(&flags, 0), 0);
     EXPECT_EQ(read_file(save), "dbg = 1\nerr = 1\n");
     ASSERT_EQ(unlink(save), 0);
+    EXPECT_TRUE(faults.happened());
     ASSERT_EQ(symlink("/dev/full", save), 0);
     EXPECT_EQ(syslog_wireguard_write_flags_to_savefile(&flags, 0), 0);
     EXPECT_EQ(open_descriptors(), before);

@@ -61,13 +61,6 @@ inline lh_unit_t kept()
     return unit;
 }
 
-inline int close_and_fail(FILE *stream)
-{
-    fclose(stream);
-    errno = EIO;
-    return EOF;
-}
-
 class Unit : public LogTest {
   protected:
     void SetUp() override { std::filesystem::create_directories(unit_folder); }

@@ -165,7 +165,7 @@ TEST_F(UnitLoad, FailingCloseIsLoggedAndTheRecordTaken)
     OWN_PROCESS();
     write_file(unit_file, "1 1 2 3 4\n");
     Faults faults;
-    faults.replace("fclose", reinterpret_cast<void *>(close_and_fail));
+    faults.fail_late("fclose", EIO);
     expect_load_of_what_is_there({1, 1, 2, 3, 4}, {"lh_file_scanf: fclose(f) failed"});
 }
 

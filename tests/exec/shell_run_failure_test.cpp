@@ -53,21 +53,26 @@ TEST_F(ShellRunFailure, AnUnbuiltLineLeavesThePidAlone)
 
 TEST_F(ShellRunFailure, AFailingForkIsLoggedWithTheLine)
 {
+    const auto expect_no_child = [&](const std::string &command) {
+        EXPECT_EQ(run(command), -1);
+        EXPECT_EQ(opts.exit_code, untouched);
+        EXPECT_EQ(pid, untouched);
+    };
     Faults faults;
     faults.fail("fork", EAGAIN);
-    expect_failure("exit 3");
+    expect_no_child("exit 3");
     EXPECT_EQ(errno, EAGAIN);
     EXPECT_LINES(line("fork failed for 'exit 3'"));
 
     opts.flags = LH_SHELL_CMD_RUN_SUDO;
     faults.fail("fork", ENOMEM);
-    expect_failure("exit 3");
+    expect_no_child("exit 3");
     EXPECT_EQ(errno, ENOMEM);
     EXPECT_LINES(line("fork failed for '/usr/bin/sudo exit 3'"));
 
     opts.hide_cmd = 1;
     faults.fail("fork", EAGAIN);
-    expect_failure("exit 3");
+    expect_no_child("exit 3");
     EXPECT_LINES(line("fork failed for '********'"));
 
     opts.hide_cmd = -1;

@@ -59,6 +59,14 @@ inline void end_and_reap(pid_t child)
     EXPECT_EQ(WTERMSIG(reap(child)), SIGKILL);
 }
 
+// Waits until the child has become the command's `sleep`: a signal that meets it earlier meets a copy of
+// the test, or the shell.
+inline void wait_for_sleep(pid_t child)
+{
+    const std::string name = "/proc/" + std::to_string(child) + "/comm";
+    EXPECT_TRUE(wait_until([&] { return read_file(name) == "sleep\n"; }));
+}
+
 // A callback with a body of the test's own.
 using body = std::function<int()>;
 

@@ -124,7 +124,7 @@ TEST_F(ShellRunSupervision, AfterTheMaximumTimeTheChildIsSentTheSignal)
     for (const int signal : {0, SIGTERM, SIGUSR1, SIGKILL}) {
         Faults faults;
         pid_t child = 0;
-        faults.before("poll", [&](unsigned) { child = pid; });
+        faults.before("poll", [&](unsigned) { wait_for_sleep(child = pid); });
         opts.timer_max_period = milliseconds(150);
         opts.kill_sig = signal;
         timespec start, end;
@@ -177,6 +177,7 @@ TEST_F(ShellRunSupervision, TheMaximumTimesCallbackMayEndTheChild)
     pid_t child = 0;
     body over = [&] {
         child = pid;
+        wait_for_sleep(child);
         return kill(pid, SIGINT);
     };
     on_max(milliseconds(30), &over);
@@ -334,7 +335,7 @@ TEST_F(ShellRunSupervision, CallbacksMayChangeTheRecord)
         return 0;
     };
     body progress = [&] {
-        child = pid;
+        wait_for_sleep(child = pid);
         opts.kill_sig = SIGUSR2;
         opts.timer_max_cb = nullptr;
         opts.pid = &elsewhere;

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include "support/faults.hpp"
+#include "support/line_buffer.hpp"
 #include "support/log_capture.hpp"
 #include "support/process.hpp"
 
@@ -16,19 +17,6 @@ using namespace vyt::test;
 namespace {
 
 using stream = std::unique_ptr<FILE, decltype(&fclose)>;
-
-// A buffer as getline keeps it.
-struct Buffer {
-    Buffer() = default;
-    // One that the caller has allocated and put a text into.
-    explicit Buffer(const std::string &text) : line(strdup(text.c_str())), size(text.size() + 1) {}
-    ~Buffer() { free(line); }
-    Buffer(const Buffer &) = delete;
-    Buffer &operator=(const Buffer &) = delete;
-
-    char *line = nullptr;
-    size_t size = 0;
-};
 
 struct Answer {
     ssize_t length;
@@ -45,7 +33,7 @@ std::ostream &operator<<(std::ostream &out, const Answer &a)
 }
 
 // The plain way, one byte at a time.
-ssize_t plain_reverse_getline(Buffer &buffer, FILE *file, std::string &complaint)
+ssize_t plain_reverse_getline(LineBuffer &buffer, FILE *file, std::string &complaint)
 {
     const auto fail = [&](const char *call) {
         complaint = call;
@@ -85,7 +73,7 @@ ssize_t plain_reverse_getline(Buffer &buffer, FILE *file, std::string &complaint
     return length;
 }
 
-Answer plain_answer(Buffer &buffer, FILE *file)
+Answer plain_answer(LineBuffer &buffer, FILE *file)
 {
     Answer answer = {};
     answer.length = plain_reverse_getline(buffer, file, answer.complaint);
@@ -95,7 +83,7 @@ Answer plain_answer(Buffer &buffer, FILE *file)
     return answer;
 }
 
-Answer library_answer(Buffer &buffer, FILE *file)
+Answer library_answer(LineBuffer &buffer, FILE *file)
 {
     Answer answer = {};
     answer.length = lh_file_reverse_getline(&buffer.line, &buffer.size, file);
@@ -128,7 +116,7 @@ class FileReverse : public LogTest {
 TEST_F(FileReverse, ReadsTheLinesFromTheEnd)
 {
     const stream file = open_at_end("a\nb\n");
-    Buffer buffer;
+    LineBuffer buffer;
     EXPECT_EQ(lh_file_reverse_getline(&buffer.line, &buffer.size, file.get()), 1);
     EXPECT_STREQ(buffer.line, "");
     EXPECT_EQ(ftell(file.get()), 3);
@@ -145,7 +133,7 @@ TEST_F(FileReverse, ReadsTheLinesFromTheEnd)
 TEST_F(FileReverse, ReadsALastLineWithoutANewline)
 {
     const stream file = open_at_end("a\nb");
-    Buffer buffer;
+    LineBuffer buffer;
     EXPECT_EQ(library_answer(buffer, file.get()), (Answer{1, "b", 1, ""}));
     EXPECT_EQ(library_answer(buffer, file.get()), (Answer{2, "a\n", 0, ""}));
     EXPECT_EQ(library_answer(buffer, file.get()), (Answer{-1, "", 0, ""}));
@@ -154,7 +142,7 @@ TEST_F(FileReverse, ReadsALastLineWithoutANewline)
 TEST_F(FileReverse, AnEmptyFirstLineIsNeverReturned)
 {
     const stream file = open_at_end("\nb");
-    Buffer buffer;
+    LineBuffer buffer;
     EXPECT_EQ(library_answer(buffer, file.get()), (Answer{1, "b", 0, ""}));
     EXPECT_EQ(library_answer(buffer, file.get()), (Answer{-1, "", 0, ""}));
 }
@@ -162,7 +150,7 @@ TEST_F(FileReverse, AnEmptyFirstLineIsNeverReturned)
 TEST_F(FileReverse, AnEmptyStreamHasNoLine)
 {
     const stream file = open_at_end("");
-    Buffer buffer;
+    LineBuffer buffer;
     EXPECT_EQ(library_answer(buffer, file.get()), (Answer{-1, "", 0, ""}));
     EXPECT_EQ(buffer.line, nullptr);
 }
@@ -171,7 +159,7 @@ TEST_F(FileReverse, FromTheMiddleOfALineTheWholeLineIsRead)
 {
     const stream file = open_at_end("a\nbcdef\ng\n");
     fseek(file.get(), 4, SEEK_SET);
-    Buffer buffer;
+    LineBuffer buffer;
     EXPECT_EQ(library_answer(buffer, file.get()), (Answer{6, "bcdef\n", 1, ""}));
 }
 
@@ -179,15 +167,15 @@ TEST_F(FileReverse, TheEmptyLineAtTheEndNeedsAnEmptyBuffer)
 {
     {
         const stream file = open_at_end("a\n");
-        Buffer buffer("");
+        LineBuffer buffer("");
         EXPECT_EQ(library_answer(buffer, file.get()), (Answer{1, std::string(1, '\0'), 1, ""}));
     }
     // What getline leaves of an older line at the end of a file is the C library's affair.
     const stream file = open_at_end("a\n");
-    Buffer buffer("older");
+    LineBuffer buffer("older");
     const Answer answer = library_answer(buffer, file.get());
     const stream plain = open_at_end("a\n");
-    Buffer plain_buffer("older");
+    LineBuffer plain_buffer("older");
     EXPECT_EQ(answer, plain_answer(plain_buffer, plain.get()));
     EXPECT_EQ(answer.complaint, buffer.line[0] == '\0' ? "" : "getline");
 }
@@ -206,7 +194,7 @@ TEST_F(FileReverse, ABlockWithoutASizeIsNoBuffer)
 
 TEST_F(FileReverse, NeedsItsArguments)
 {
-    Buffer buffer;
+    LineBuffer buffer;
     EXPECT_EQ(lh_file_reverse_getline(nullptr, nullptr, nullptr), -1);
     EXPECT_LINES("lh_file_reverse_getline: PTR_IS_NULL: line");
     EXPECT_EQ(lh_file_reverse_getline(&buffer.line, nullptr, nullptr), -1);
@@ -218,7 +206,7 @@ TEST_F(FileReverse, NeedsItsArguments)
 TEST_F(FileReverse, FailureWithAFreshBlockIsNotTakenForAnEmptyLine)
 {
     const stream file = open_at_end("a\nb");
-    Buffer buffer;
+    LineBuffer buffer;
     Faults faults;
     faults.replace("getline", reinterpret_cast<void *>(+[](char **line, size_t *size, FILE *) {
                        *size = 8;
@@ -247,7 +235,7 @@ TEST_F(FileReverse, EveryFailingCallIsReported)
     };
     for (const auto &c : cases) {
         const stream file = open_at_end("a\nb");
-        Buffer buffer;
+        LineBuffer buffer;
         Faults faults;
         faults.fail(c.call, EIO, c.nth);
         EXPECT_EQ(lh_file_reverse_getline(&buffer.line, &buffer.size, file.get()), -1) << c.call;
@@ -264,7 +252,7 @@ TEST_F(FileReverse, EveryFailingCallIsReported)
 TEST_F(FileReverse, AStreamWithoutAPositionIsReported)
 {
     const stream pipe(popen("true", "r"), pclose);
-    Buffer buffer;
+    LineBuffer buffer;
     EXPECT_EQ(lh_file_reverse_getline(&buffer.line, &buffer.size, pipe.get()), -1);
     EXPECT_EQ(errno, ESPIPE);
     EXPECT_LINES("lh_file_reverse_getline: ftell failed: Illegal seek");
@@ -275,7 +263,7 @@ TEST_F(FileReverse, BehindTheEndThereIsNothingToRead)
     const stream file = open_at_end("a\nb");
     for (const long position : {4L, 10L, 513L, 5000L}) {
         fseek(file.get(), position, SEEK_SET);
-        Buffer buffer;
+        LineBuffer buffer;
         errno = 0;
         EXPECT_EQ(library_answer(buffer, file.get()), (Answer{-1, "", position - 1, "fread"}));
     }
@@ -302,8 +290,8 @@ TEST_F(FileReverse, AnswersAsAByteAtATimeDoes)
             start = static_cast<long>(random() % (contents.size() + 3));
         fseek(file.get(), start, SEEK_SET);
         fseek(plain.get(), start, SEEK_SET);
-        Buffer buffer;
-        Buffer plain_buffer;
+        LineBuffer buffer;
+        LineBuffer plain_buffer;
         for (size_t call = 0; call <= contents.size() + 1; call++) {
             const Answer expected = plain_answer(plain_buffer, plain.get());
             ASSERT_EQ(library_answer(buffer, file.get()), expected)
@@ -319,7 +307,7 @@ TEST_F(FileReverse, LinesOfAnyLengthAreFoundBlockByBlock)
     for (const size_t length : {510u, 511u, 512u, 513u, 1023u, 1024u, 1025u, 100000u}) {
         const std::string line(length, 'x');
         const stream file = open_at_end("first\n" + line + "\n" + line);
-        Buffer buffer;
+        LineBuffer buffer;
         Faults faults;
         const auto size = static_cast<ssize_t>(length);
         EXPECT_EQ(library_answer(buffer, file.get()), (Answer{size, line, 6 + size, ""}));

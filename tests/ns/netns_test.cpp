@@ -280,19 +280,14 @@ TEST_F(NetnsSet, AFailingSystemCallIsReportedAndTheNextOneWorks)
     EXPECT_EQ(faults_.calls("close"), 2u);
 }
 
-static int close_and_fail(int fd)
-{
-    close(fd);
-    errno = EIO;
-    return -1;
-}
-
 TEST_F(NetnsSet, AFailingCloseSpoilsNeitherResultNorErrno)
 {
     const ino_t red = make_namespace("red");
-    faults_.replace("close", reinterpret_cast<void *>(close_and_fail));
+    faults_.fail_late("close", EIO);
     EXPECT_EQ(lh_netns_set("red"), 0);
+    EXPECT_TRUE(faults_.happened());
     EXPECT_EQ(namespace_of_thread(), red);
+    faults_.fail_late("close", EIO);
     faults_.fail("syscall", EPERM);
     EXPECT_EQ(lh_netns_set("red"), -1);
     EXPECT_EQ(errno, EPERM);

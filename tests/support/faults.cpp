@@ -6,6 +6,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+#include <deque>
 #include <dirent.h>
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -34,6 +35,11 @@
 namespace vyt::test {
 namespace {
 
+// Each counts as one allocation.
+const char *const allocating[] = {"malloc",    "calloc",   "realloc", "strdup",
+                                  "vasprintf", "asprintf", "getline", "getdelim",
+                                  "fopen",     "opendir",  "scandir"};
+
 struct hook {
     const char *call;
     void *wrapper;
@@ -49,7 +55,25 @@ struct hook {
     void *replacement = nullptr;
 };
 
-hook &hook_named(const char *call);
+// Never destroyed: a library that counts what is executed calls at the very end of the process, too.
+std::deque<hook> &hooks = *new std::deque<hook>;
+
+hook &enlist(const char *call, void *wrapper)
+{
+    const bool allocates = std::any_of(std::begin(allocating), std::end(allocating),
+                                       [&](const char *name) { return strcmp(name, call) == 0; });
+    hooks.push_back({.call = call, .wrapper = wrapper, .allocates = allocates});
+    return hooks.back();
+}
+
+hook &hook_named(const char *call)
+{
+    const auto found = std::find_if(hooks.begin(), hooks.end(),
+                                    [&](const hook &h) { return strcmp(h.call, call) == 0; });
+    if (found == hooks.end())
+        throw std::runtime_error(std::string("faults.cpp does not know the call ") + call);
+    return *found;
+}
 
 // Fixtures that are alive. Without one a call is only passed on, so threads may make it freely.
 std::atomic<int> fixtures;
@@ -110,12 +134,18 @@ void take_entries(const hook &h, dirent **list, int count)
         take(h, list[i]);
 }
 
+// The wrapper's head: it is enlisted under the call's name.
+#define ENLISTED(result, name, params)                                                             \
+    result wrap_##name params;                                                                     \
+    hook &hook_##name = enlist(#name, reinterpret_cast<void *>(wrap_##name));                      \
+    result wrap_##name params
+
 // One wrapper per call: fails with the given value, or passes the arguments on. What it does
 // before and after that keeps the books on what the library holds.
 #define WRAP_NOTED(result, name, failure, params, args, before, after)                             \
-    result wrap_##name params                                                                      \
+    ENLISTED(result, name, params)                                                                 \
     {                                                                                              \
-        static hook &h = hook_named(#name);                                                        \
+        hook &h = hook_##name;                                                                     \
         const int error = fault_of(h);                                                             \
         if (error != 0 && !h.late) {                                                               \
             errno = error;                                                                         \
@@ -135,9 +165,9 @@ void take_entries(const hook &h, dirent **list, int count)
 
 // These answer the error and leave errno alone.
 #define WRAP_LOCK(name, params, args)                                                              \
-    int wrap_##name params                                                                         \
+    ENLISTED(int, name, params)                                                                    \
     {                                                                                              \
-        static hook &h = hook_named(#name);                                                        \
+        hook &h = hook_##name;                                                                     \
         const int kept = errno;                                                                    \
         const int error = fault_of(h);                                                             \
         errno = kept;                                                                              \
@@ -246,9 +276,9 @@ WRAP(int, yaml_sequence_end_event_initialize, 0, (yaml_event_t * v), (v))
 #undef WRAP_NOTED
 #undef WRAP_LOCK
 
-void wrap_free(void *block)
+ENLISTED(void, free, (void *block))
 {
-    static hook &h = hook_named("free");
+    hook &h = hook_free;
     fault_of(h);
     give_back(block);
     reinterpret_cast<decltype(&free)>(h.replacement != nullptr ? h.replacement : h.original)(block);
@@ -271,9 +301,9 @@ int vasprintf_taken(const hook &h, char **text, const char *format, va_list args
 
 // Variadic calls are passed on through their va_list forms.
 #define WRAP_VARIADIC(name, failure, params, last, forward)                                        \
-    int wrap_##name params                                                                         \
+    ENLISTED(int, name, params)                                                                    \
     {                                                                                              \
-        static hook &h = hook_named(#name);                                                        \
+        hook &h = hook_##name;                                                                     \
         if (const int error = fault_of(h); error != 0) {                                           \
             errno = error;                                                                         \
             return failure;                                                                        \
@@ -294,20 +324,18 @@ WRAP_VARIADIC(__isoc99_fscanf, EOF, (FILE * f, const char *format, ...), format,
               forward_fscanf(h, f, format, args))
 #undef WRAP_VARIADIC
 
-int wrap_vfscanf(FILE *f, const char *format, va_list args)
+ENLISTED(int, __isoc99_vfscanf, (FILE * f, const char *format, va_list args))
 {
-    static hook &h = hook_named("__isoc99_vfscanf");
-    if (const int error = fault_of(h); error != 0) {
+    if (const int error = fault_of(hook___isoc99_vfscanf); error != 0) {
         errno = error;
         return EOF;
     }
     return vfscanf(f, format, args);
 }
 
-long wrap_syscall(long number, long a, long b, long c, long d, long e, long f)
+ENLISTED(long, syscall, (long number, long a, long b, long c, long d, long e, long f))
 {
-    static hook &h = hook_named("syscall");
-    if (const int error = fault_of(h); error != 0) {
+    if (const int error = fault_of(hook_syscall); error != 0) {
         errno = error;
         return -1;
     }
@@ -315,129 +343,16 @@ long wrap_syscall(long number, long a, long b, long c, long d, long e, long f)
 }
 
 // As the library calls it: with three words for the program.
-int wrap_execl(const char *path, const char *a, const char *b, const char *c)
+ENLISTED(int, execl, (const char *path, const char *a, const char *b, const char *c))
 {
-    static hook &h = hook_named("execl");
-    if (const int error = fault_of(h); error != 0) {
+    if (const int error = fault_of(hook_execl); error != 0) {
         errno = error;
         return -1;
     }
     return execl(path, a, b, c, nullptr);
 }
 
-hook made(const char *call, void *wrapper, bool allocates)
-{
-    return {.call = call, .wrapper = wrapper, .allocates = allocates};
-}
-
-#define HOOK(name) made(#name, reinterpret_cast<void *>(wrap_##name), false)
-#define ALLOCATING(name) made(#name, reinterpret_cast<void *>(wrap_##name), true)
-
-// Never destroyed: a library that counts what is executed calls at the very end of the process, too.
-std::vector<hook> &hooks = *new std::vector<hook>{
-    ALLOCATING(malloc),
-    ALLOCATING(calloc),
-    ALLOCATING(realloc),
-    ALLOCATING(strdup),
-    ALLOCATING(vasprintf),
-    ALLOCATING(asprintf),
-    ALLOCATING(getline),
-    ALLOCATING(getdelim),
-    ALLOCATING(fopen),
-    ALLOCATING(opendir),
-    ALLOCATING(scandir),
-    HOOK(free),
-    HOOK(popen),
-    HOOK(vsnprintf),
-    HOOK(fclose),
-    HOOK(fread),
-    HOOK(fwrite),
-    HOOK(fputs),
-    HOOK(fflush),
-    HOOK(fgets),
-    HOOK(fgetc),
-    HOOK(getc),
-    HOOK(fseek),
-    HOOK(fseeko),
-    HOOK(ftell),
-    HOOK(ftello),
-    HOOK(open),
-    HOOK(creat),
-    HOOK(close),
-    HOOK(read),
-    HOOK(pread),
-    HOOK(write),
-    HOOK(stat),
-    HOOK(lstat),
-    HOOK(fstat),
-    HOOK(statvfs),
-    HOOK(access),
-    HOOK(unlink),
-    HOOK(remove),
-    HOOK(rmdir),
-    HOOK(mkdir),
-    HOOK(chmod),
-    HOOK(fchmod),
-    HOOK(chown),
-    HOOK(fchown),
-    HOOK(utime),
-    HOOK(fsync),
-    HOOK(sendfile),
-    HOOK(nftw),
-    HOOK(readdir),
-    HOOK(closedir),
-    HOOK(poll),
-    HOOK(kill),
-    HOOK(inotify_init1),
-    HOOK(inotify_add_watch),
-    HOOK(inotify_rm_watch),
-    HOOK(usleep),
-    HOOK(timerfd_create),
-    HOOK(timerfd_settime),
-    HOOK(mmap),
-    HOOK(munmap),
-    HOOK(unshare),
-    HOOK(mount),
-    HOOK(umount2),
-    HOOK(fork),
-    HOOK(execl),
-    HOOK(getpid),
-    HOOK(waitpid),
-    HOOK(system),
-    HOOK(localtime_r),
-    HOOK(get_nprocs),
-    HOOK(get_alive_mgr_pid),
-    HOOK(pthread_rwlock_init),
-    HOOK(pthread_rwlock_destroy),
-    HOOK(pthread_rwlock_rdlock),
-    HOOK(pthread_rwlock_tryrdlock),
-    HOOK(pthread_rwlock_wrlock),
-    HOOK(pthread_rwlock_trywrlock),
-    HOOK(pthread_rwlock_unlock),
-    HOOK(yaml_emitter_open),
-    HOOK(yaml_emitter_flush),
-    HOOK(yaml_emitter_close),
-    HOOK(yaml_document_start_event_initialize),
-    HOOK(yaml_document_end_event_initialize),
-    HOOK(yaml_mapping_end_event_initialize),
-    HOOK(yaml_sequence_end_event_initialize),
-    HOOK(fprintf),
-    HOOK(snprintf),
-    HOOK(__isoc99_fscanf),
-    {"__isoc99_vfscanf", reinterpret_cast<void *>(wrap_vfscanf), false},
-    HOOK(syscall),
-};
-#undef HOOK
-#undef ALLOCATING
-
-hook &hook_named(const char *call)
-{
-    const auto found = std::find_if(hooks.begin(), hooks.end(),
-                                    [&](const hook &h) { return strcmp(h.call, call) == 0; });
-    if (found == hooks.end())
-        throw std::runtime_error(std::string("faults.cpp does not know the call ") + call);
-    return *found;
-}
+#undef ENLISTED
 
 // The wrapper that a link to the symbol leads to from now on; null where it stays as it is.
 void *wrapper_of(const char *symbol)

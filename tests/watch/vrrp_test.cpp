@@ -388,6 +388,19 @@ TEST_F(VrrpRegistry, NullSlotsAreLoggedBeforeTheGroupIsLookedAt)
     }
 }
 
+TEST_F(VrrpRegistry, NullSlotsAreNotMissedWhereThereAreNone)
+{
+    start_with(record(1, 2, 3), {3, 4});
+    for (const int max : {0, -1, INT_MIN}) {
+        EXPECT_FAILS(ENOBUFS, lh_vrrp_group_members_vifname_get(3, nullptr, max));
+        EXPECT_QUIETLY(0, lh_vrrp_group_members_vifname_get(4, nullptr, max));
+        EXPECT_FAILS(ENODATA, lh_vrrp_group_members_vifname_get(5, nullptr, max));
+        EXPECT_NO_LINES();
+        EXPECT_FAILS(EINVAL, lh_vrrp_group_members_vifname_get(33, nullptr, max));
+        EXPECT_LINES("lh_vrrp_group_members_vifname_get: IS_ME check failed: group (32 >= 32) !!!");
+    }
+}
+
 // Texts and data ----------------------------------------------------------------------------------
 
 TEST_F(VrrpRegistry, EveryStatusHasItsText)
