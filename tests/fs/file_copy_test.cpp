@@ -163,6 +163,46 @@ TEST_F(FileCopy, CopyTakesTheOwner)
     EXPECT_EQ(st.st_mode & 07777, 0600u);
 }
 
+TEST_F(FileCopy, CopyLosesTheSetIdBitsToTheOwnerThatIsSetLast)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root's writing leaves the bits for the new owner to take away";
+    ASSERT_EQ(chmod(src.c_str(), 06755), 0);
+    mode_t before_the_owner = 0;
+    Faults faults;
+    faults.before("fchown", [&](unsigned) { before_the_owner = permissions(dst); });
+    EXPECT_EQ(lh_copy_file(src.c_str(), dst.c_str(), 0), 0);
+    EXPECT_EQ(before_the_owner, 06755u);
+    EXPECT_EQ(permissions(dst), 0755u);
+    EXPECT_EQ(permissions(src), 06755u);
+    EXPECT_EQ(read_file(dst), "0123456789");
+}
+
+TEST_F(FileCopy, CopyOfAFileOntoItselfEmptiesIt)
+{
+    EXPECT_EQ(lh_copy_file(src.c_str(), src.c_str(), 0), 0);
+    EXPECT_EQ(read_file(src), "");
+    write_file(src, "0123456789");
+    ASSERT_EQ(symlink(src.c_str(), absent.c_str()), 0);
+    EXPECT_EQ(lh_copy_file(src.c_str(), absent.c_str(), 0), 0);
+    EXPECT_EQ(read_file(src), "");
+    EXPECT_EQ(open_descriptors(), before);
+}
+
+TEST_F(FileCopy, CopyOfADirectoryLeavesAnEmptyFile)
+{
+    const std::string folder = dir / "folder";
+    ASSERT_EQ(mkdir(folder.c_str(), 0750), 0);
+    write_file(dst, "what was there before");
+    errno = 0;
+    EXPECT_EQ(lh_copy_file(folder.c_str(), dst.c_str(), 0), -1);
+    EXPECT_EQ(errno, EISDIR);
+    EXPECT_LINES("lh_copy_file: read failed (Is a directory)");
+    EXPECT_EQ(read_file(dst), "");
+    EXPECT_EQ(permissions(dst), 0750u);
+    EXPECT_EQ(open_descriptors(), before);
+}
+
 TEST_F(FileCopy, CopyGetsTheTimesCrossed)
 {
     const utimbuf times = {.actime = 1000000, .modtime = 2000000};
@@ -335,6 +375,26 @@ TEST_F(FileCopy, EveryFailingStepOfAFastCopyIsReported)
         EXPECT_LINES("lh_fast_copy_file: " + c.line);
         EXPECT_EQ(open_descriptors(), before) << c.call;
         EXPECT_EQ(lh_fast_copy_file(src.c_str(), dst.c_str(), 0, 1), 10);
+    }
+}
+
+// A daemon's own syslog sees the text of the error as %m.
+TEST_F(FileCopy, AFastCopyLeavesTheErrorsTextToSyslog)
+{
+    const std::string prefix = "<%s(%lu):%s:%d> ";
+    struct {
+        const char *call;
+        const char *format;
+    } const cases[] = {{"open", "open file %s failed (%m)"},
+                       {"fstat", "fstat of file '%s' failed (%m)"},
+                       {"creat", "open file %s failed (%m)"},
+                       {"sendfile", "sendfile src:'%s', dst:'%s' failed (%m)"}};
+    for (const auto &c : cases) {
+        Faults faults;
+        faults.fail(c.call, EIO);
+        EXPECT_EQ(lh_fast_copy_file(src.c_str(), dst.c_str(), 0, 0), -1);
+        EXPECT_EQ(last_syslog_format(), prefix + c.format) << c.call;
+        EXPECT_EQ(take_lines().size(), 1u);
     }
 }
 

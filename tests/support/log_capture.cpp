@@ -20,6 +20,7 @@ constexpr int spoiled_errno = 4242;
 
 std::mutex mutex;
 std::vector<std::string> lines;
+std::string syslog_format;
 unsigned debug_flags;
 int debug_answer = 1;
 unsigned flag_questions;
@@ -106,6 +107,12 @@ std::string short_debug_line(int priority, std::string text)
     return "[" + std::to_string(priority) + "] " + text;
 }
 
+void keep_format(const char *format)
+{
+    const std::lock_guard lock(mutex);
+    syslog_format = format;
+}
+
 void keep(std::string line)
 {
     const std::lock_guard lock(mutex);
@@ -119,6 +126,12 @@ std::vector<std::string> take_lines()
 {
     const std::lock_guard lock(mutex);
     return std::exchange(lines, {});
+}
+
+std::string last_syslog_format()
+{
+    const std::lock_guard lock(mutex);
+    return syslog_format;
 }
 
 void set_debug_flags(unsigned flags)
@@ -175,6 +188,7 @@ void syslog(int priority, const char *format, ...)
     va_start(args, format);
     std::string text = render(format, args);
     va_end(args);
+    keep_format(format);
     keep(short_error_line(priority, std::move(text)));
 }
 

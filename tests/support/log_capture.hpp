@@ -26,6 +26,9 @@ constexpr unsigned vrrp_dbg = 1u << 1;
 // The lines since the last call of this function, oldest first.
 std::vector<std::string> take_lines();
 
+// The format that syslog was handed last, as it came.
+std::string last_syslog_format();
+
 // Which debug flags are on; all are off at the start.
 void set_debug_flags(unsigned flags);
 // What SYSLOG_flag_get answers for a flag that is on (its low byte decides); 1 at the start.
