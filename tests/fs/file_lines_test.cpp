@@ -128,6 +128,46 @@ TEST_F(FileLines, AppendKeepsItsResultWhenClosingFails)
     close_after();
 }
 
+TEST_F(FileLines, AppendOfATextThatIsTooLongForPrintfTouchesNothing)
+{
+    write_file(path, "one\n");
+    const std::string wider_than_an_int = "%2147483648d";
+    errno = 0;
+    EXPECT_EQ(lh_file_line_append(path.c_str(), wider_than_an_int.c_str(), 1), -1);
+    EXPECT_EQ(errno, EOVERFLOW);
+    EXPECT_LINES("lh_file_line_append: IS_EQ check failed: -1 (-1 == -1) !!!");
+    EXPECT_EQ(read_file(path), "one\n");
+}
+
+TEST_F(FileLines, AppendToADirectoryCannotOpenIt)
+{
+    Faults faults;
+    errno = 0;
+    EXPECT_EQ(lh_file_line_append(dir.path().c_str(), "%s", "x"), -1);
+    EXPECT_EQ(errno, EISDIR);
+    EXPECT_LINES("lh_file_line_append: PTR_IS_NULL: f");
+    EXPECT_EQ(faults.held(), std::vector<std::string>{});
+}
+
+// What fits in the stream's buffer is found out when it is closed, what does not when it is written.
+TEST_F(FileLines, AppendOfMoreThanABufferfulFindsTheDeviceFull)
+{
+    const std::string large(1 << 20, 'L');
+    FILE *const plain = fopen("/dev/full", "a+");
+    ASSERT_NE(plain, nullptr);
+    ASSERT_EQ(fwrite(large.data(), large.size(), 1, plain), 0u);
+    std::vector<std::string> lines{"lh_file_line_append: IS_NE check failed: 1 (1 != 0) !!!"};
+    if (fclose(plain) != 0)
+        lines.push_back("lh_file_line_append: fclose(f) failed");
+    Faults faults;
+    errno = 0;
+    EXPECT_EQ(lh_file_line_append("/dev/full", "%s", large.c_str()), -1);
+    EXPECT_EQ(errno, ENOSPC);
+    EXPECT_EQ(take_lines(), lines);
+    EXPECT_EQ(faults.held(), std::vector<std::string>{});
+    EXPECT_EQ(open_descriptors(), before);
+}
+
 // Counting ---------------------------------------------------------------------------------------
 
 TEST_F(FileLines, CountIsTheNewlinesPlusOne)
@@ -336,6 +376,34 @@ TEST_F(FileLines, SkippingBehindTheEndIsLogged)
     EXPECT_LINES("lh_file_skip_lines: PTR_IS_NULL: f");
 }
 
+TEST_F(FileLines, SkippingInAStreamThatCannotBeReadIsTakenForItsEnd)
+{
+    write_file(path, "a\nb\n");
+    const stream f(fopen(path.c_str(), "a"), fclose);
+    errno = 0;
+    EXPECT_EQ(lh_file_skip_lines(f.get(), 1), -1);
+    EXPECT_EQ(errno, EBADF);
+    EXPECT_LINES("lh_file_skip_lines: IS_EQ check failed: rc (-1 == -1) !!!",
+                 "lh_file_skip_lines: end of file reached");
+    EXPECT_EQ(lh_file_skip_lines(f.get(), 0), 0);
+}
+
+TEST_F(FileLines, SkippingTellsTheStreamThatItsEndIsReached)
+{
+    struct {
+        unsigned n;
+        bool at_end;
+    } const cases[] = {{0, false}, {1, false}, {2, true}, {3, true}};
+    write_file(path, "a\nb");
+    for (const auto &c : cases) {
+        const stream f(fopen(path.c_str(), "r"), fclose);
+        EXPECT_EQ(lh_file_skip_lines(f.get(), c.n), c.n <= 2 ? 0 : -1);
+        EXPECT_EQ(feof(f.get()) != 0, c.at_end) << c.n;
+        EXPECT_EQ(ferror(f.get()), 0);
+        take_lines();
+    }
+}
+
 TEST_F(FileLines, SkippingReportsAnyOtherResult)
 {
     write_file(path, "a\nb\n");
@@ -374,6 +442,8 @@ TEST_F(FileLines, SkippingIsFscanf)
         EXPECT_EQ(lh_file_skip_lines(f.get(), n), expected)
             << "seed " << seed << " round " << round;
         EXPECT_EQ(ftell(f.get()), ftell(plain.get())) << "seed " << seed << " round " << round;
+        EXPECT_EQ(feof(f.get()) != 0, feof(plain.get()) != 0)
+            << "seed " << seed << " round " << round;
         EXPECT_EQ(take_lines().size(), expected == 0 ? 0u : 2u);
     }
 }

@@ -258,6 +258,22 @@ TEST_F(FileReverse, AStreamWithoutAPositionIsReported)
     EXPECT_LINES("lh_file_reverse_getline: ftell failed: Illegal seek");
 }
 
+TEST_F(FileReverse, AStreamThatCannotBeReadIsLeftAtTheByteThatWasWanted)
+{
+    for (const std::string &contents :
+         {std::string("a"), std::string("a\nb"), std::string("a\n"), std::string(2000, 'x')}) {
+        const stream file(fopen(path.c_str(), "w"), fclose);
+        fputs(contents.c_str(), file.get());
+        LineBuffer buffer;
+        errno = 0;
+        EXPECT_EQ(lh_file_reverse_getline(&buffer.line, &buffer.size, file.get()), -1);
+        EXPECT_EQ(errno, EBADF);
+        EXPECT_LINES("lh_file_reverse_getline: fread failed: (Bad file descriptor)");
+        EXPECT_EQ(ftell(file.get()), static_cast<long>(contents.size()) - 1);
+        EXPECT_EQ(buffer.line, nullptr);
+    }
+}
+
 TEST_F(FileReverse, BehindTheEndThereIsNothingToRead)
 {
     const stream file = open_at_end("a\nb");
