@@ -116,6 +116,26 @@ TEST_F(File, TextOfAFileThatCannotBeRead)
     free(text);
 }
 
+TEST_F(File, TextOfADirectoryCannotBeRead)
+{
+    struct stat st;
+    ASSERT_EQ(stat(dir.path().c_str(), &st), 0);
+    if (st.st_size == 0)
+        GTEST_SKIP() << "a directory with files in it has a size of 0 on this file system";
+    const auto before = open_descriptors();
+    char *text = nullptr;
+    size_t text_size = 77;
+    Faults faults;
+    errno = 0;
+    EXPECT_EQ(lh_file_text_alloc(dir.path().c_str(), &text, &text_size), -1);
+    EXPECT_EQ(errno, EISDIR);
+    EXPECT_LINES("lh_file_text_alloc: fread '" + dir.path() + "' failed (21)'Is a directory'");
+    EXPECT_EQ(text_size, static_cast<size_t>(st.st_size) + 1);
+    EXPECT_EQ(faults.calls("malloc"), 1u);
+    EXPECT_THAT(faults.held(), ElementsAre());
+    EXPECT_EQ(open_descriptors(), before);
+}
+
 TEST_F(File, TextOfAFileThatShrinksIsAFailureAndOneThatGrowsIsCut)
 {
     char *text = nullptr;
@@ -193,6 +213,18 @@ TEST_F(File, FirstLineOfAMissingFileIsTheReason)
     EXPECT_STREQ(buf, "No such file or directory");
     EXPECT_EQ(lh_file_read_line(absent.c_str(), buf, 8), -1);
     EXPECT_STREQ(buf, "No such");
+    EXPECT_NO_LINES();
+}
+
+TEST_F(File, FirstLineOfNoPathIsTheReasonToo)
+{
+    char buf[64];
+    errno = 0;
+    EXPECT_EQ(lh_file_read_line(nullptr, buf, sizeof(buf)), -1);
+    EXPECT_EQ(errno, EFAULT);
+    EXPECT_STREQ(buf, strerror(EFAULT));
+    EXPECT_EQ(lh_file_read_line(nullptr, buf, 4), -1);
+    EXPECT_EQ(buf, std::string(strerror(EFAULT)).substr(0, 3));
     EXPECT_NO_LINES();
 }
 

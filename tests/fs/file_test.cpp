@@ -1,6 +1,7 @@
 #include "fs/file_fixture.hpp"
 
 #include <cerrno>
+#include <csignal>
 #include <cstdlib>
 #include <fcntl.h>
 
@@ -118,6 +119,18 @@ TEST_F(File, InodeAndModeAreSilent)
         errno = 0;
         EXPECT_EQ(question(absent.c_str()), 0u);
         EXPECT_EQ(errno, ENOENT);
+    }
+    EXPECT_NO_LINES();
+}
+
+TEST_F(File, InodeAndModeOfNoPathAreZeroAndSilent)
+{
+    if (std::string(VYT_SANITIZERS).find("undefined") != std::string::npos)
+        GTEST_SKIP() << "the sanitizer ends a process that asks the kernel about a null path";
+    for (const auto question : {lh_file_get_inode, lh_file_get_mode}) {
+        errno = 0;
+        EXPECT_EQ(question(nullptr), 0u);
+        EXPECT_EQ(errno, EFAULT);
     }
     EXPECT_NO_LINES();
 }
@@ -271,4 +284,21 @@ TEST_F(LineEndings, AreLeftAloneWhereTheProgramIsMissing)
     setenv("PATH", path_before.c_str(), 1);
     EXPECT_LINES("lh_file_convert_to_unix_format: system(cmd) failed");
     EXPECT_EQ(read_file(plain), "data");
+}
+
+TEST_F(LineEndings, AreNotKnownToBeConvertedWhenEndsOfChildrenAreIgnored)
+{
+    OWN_PROCESS();
+    faults.clear();
+    const std::string converter = folder + "/dos2unix";
+    write_file(converter, "#!/bin/sh\nexit 0\n");
+    ASSERT_EQ(chmod(converter.c_str(), 0755), 0);
+    setenv("PATH", folder.c_str(), 1);
+    EXPECT_EQ(lh_file_convert_to_unix_format(plain.c_str(), plain.c_str()), 0);
+    ASSERT_NE(signal(SIGCHLD, SIG_IGN), SIG_ERR); // the kernel keeps no status for system() then
+    errno = 0;
+    EXPECT_EQ(lh_file_convert_to_unix_format(plain.c_str(), plain.c_str()), -1);
+    EXPECT_EQ(errno, ECHILD);
+    EXPECT_EQ(faults.calls("system"), 2u);
+    EXPECT_LINES("lh_file_convert_to_unix_format: system(cmd) failed");
 }
