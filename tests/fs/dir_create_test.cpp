@@ -1,12 +1,19 @@
 #include "lh_dir.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <gmock/gmock.h>
+#include <random>
+#include <set>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include "support/faults.hpp"
 #include "support/log_capture.hpp"
 #include "support/process.hpp"
+#include "support/world.hpp"
 
 using namespace vyt::test;
 
@@ -187,4 +194,137 @@ TEST_F(DirCreate, OtherFlagsAreNotLookedAt)
     errno = 0;
     EXPECT_EQ(lh_dir_create(b.c_str(), &opts, 0755), -1);
     EXPECT_LINES(cannot_create(b, "Success"));
+}
+
+// The plain way ----------------------------------------------------------------------------------
+
+namespace {
+
+struct Outcome {
+    int result;
+    int error; // of a failure
+    std::vector<std::string> lines;
+    std::vector<std::string> tree;
+
+    bool operator==(const Outcome &) const = default;
+};
+
+std::ostream &operator<<(std::ostream &out, const Outcome &outcome)
+{
+    return out << outcome.result << " errno " << outcome.error
+               << ::testing::PrintToString(outcome.lines) << ::testing::PrintToString(outcome.tree);
+}
+
+int plainly_make_one(const std::string &path, mode_t mode)
+{
+    struct stat st;
+    if (stat(path.c_str(), &st) != 0)
+        return mkdir(path.c_str(), mode) == 0 || errno == EEXIST ? 0 : -1;
+    if (!S_ISDIR(st.st_mode)) {
+        errno = ENOTDIR;
+        return -1;
+    }
+    return 0;
+}
+
+// What ends before a slash that is not the first of all and not behind another, then the whole.
+int plainly_make_all(const std::string &path, mode_t mode)
+{
+    for (size_t i = 1; i < path.size(); i++) {
+        if (path[i] == '/' && path[i - 1] != '/' && plainly_make_one(path.substr(0, i), mode) != 0)
+            return -1;
+    }
+    return plainly_make_one(path, mode);
+}
+
+int plainly_create(const std::string &path, bool descend, mode_t mode)
+{
+    if (!descend && mkdir(path.c_str(), mode) == 0 && errno != EEXIST)
+        return -1;
+    return plainly_make_all(path, mode);
+}
+
+// A small tree so deep below its top that a path of the test cannot leave it. It is planted twice for
+// each path, so it grows in memory.
+class DirCreatePlainly : public DirCreate {
+  protected:
+    void plant() const
+    {
+        std::filesystem::remove_all(top);
+        std::filesystem::create_directories(root + "/d/e");
+        write_file(root + "/f", "");
+        for (const auto &[name, target] :
+             {std::pair("to-d", "d"), std::pair("to-f", "f"), std::pair("to-none", "none"),
+              std::pair("d/up", ".."), std::pair("loop", "loop")})
+            std::filesystem::create_symlink(target, root + "/" + name);
+    }
+
+    std::vector<std::string> tree() const
+    {
+        std::vector<std::string> entries;
+        for (const auto &entry : std::filesystem::recursive_directory_iterator(top)) {
+            const auto status = entry.symlink_status();
+            entries.push_back(entry.path().string() + " " +
+                              std::to_string(static_cast<int>(status.type())) + " " +
+                              std::to_string(static_cast<unsigned>(status.permissions())));
+        }
+        std::sort(entries.begin(), entries.end());
+        return entries;
+    }
+
+    std::string random_path()
+    {
+        const char *const names[] = {"d",  "e",    "f", "to-d", "to-f", "to-none",
+                                     "up", "loop", "x", "y",    ".",    ".."};
+        const auto slashes = [&] {
+            return std::string(random() % 3 == 0 ? 1 + random() % 3 : 1, '/');
+        };
+        std::string path = root;
+        for (unsigned components = 1 + random() % most_components; components != 0; components--)
+            path += slashes() + names[random() % std::size(names)];
+        return random() % 4 == 0 ? path + slashes() : path;
+    }
+
+    template <class Create>
+    Outcome outcome_of(int stale_error, Create create) const
+    {
+        plant();
+        errno = stale_error;
+        Outcome outcome = {};
+        outcome.result = create();
+        outcome.error = outcome.result != 0 ? errno : 0;
+        outcome.lines = take_lines();
+        outcome.tree = tree();
+        return outcome;
+    }
+
+    static constexpr unsigned seed = 20250310;
+    static constexpr unsigned most_components = 5;
+    std::mt19937 random{seed};
+    World world;
+    const std::string top = "/run/top";
+    const std::string root = top + "/1/2/3/4/5";
+};
+
+} // namespace
+
+TEST_F(DirCreatePlainly, AnyPathIsCreatedAsStepByStep)
+{
+    std::set<int> errors;
+    for (int round = 0; round < 400; round++) {
+        const std::string path = random_path();
+        const bool descend = random() % 2 == 0;
+        const mode_t mode = random() % 2 == 0 ? 0755 : 0700;
+        const int stale_error = random() % 2 == 0 ? EEXIST : EIO;
+        Outcome expected =
+            outcome_of(stale_error, [&] { return plainly_create(path, descend, mode); });
+        if (expected.result != 0)
+            expected.lines = {cannot_create(path, strerror(expected.error))};
+        const lh_dir_lookup_opts &opts = descend ? with_parents : no_flags;
+        ASSERT_EQ(outcome_of(stale_error, [&] { return lh_dir_create(path.c_str(), &opts, mode); }),
+                  expected)
+            << "seed " << seed << " round " << round << " " << path << " descend " << descend;
+        errors.insert(expected.error);
+    }
+    EXPECT_THAT(errors, ::testing::IsSupersetOf({0, EIO, ENOENT, ENOTDIR, ELOOP}));
 }

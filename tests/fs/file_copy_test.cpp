@@ -3,6 +3,8 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <libgen.h>
+#include <random>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <utime.h>
@@ -473,4 +475,85 @@ TEST_F(FileCopy, BasenameWithoutMemoryTakesTheWholeText)
     EXPECT_LINES("lh_basename: PTR_IS_NULL: copy_path");
     EXPECT_STREQ(base, "sh -c true");
     EXPECT_STREQ(prefix, "/bin/sh -c true");
+}
+
+// The plain way, with the C library's own basename, which cuts what it is given.
+namespace {
+
+struct Program {
+    std::string base;
+    std::string prefix;
+};
+
+Program plain_program(const std::string &path)
+{
+    std::string copy = path;
+    while (access(copy.c_str(), F_OK) != 0) {
+        const size_t cut = copy.find_last_of(" /");
+        if (cut == std::string::npos) {
+            copy = path;
+            break;
+        }
+        copy.erase(cut);
+    }
+    const std::string base = basename(copy.data());
+    return {base, copy.c_str()};
+}
+
+// A buffer full of marks, into which the text was copied as far as the size lets it.
+std::string filled(size_t room, const std::string &text, size_t size)
+{
+    std::string buffer(room, '#');
+    if (size != 0) {
+        const std::string copied = text.substr(0, size - 1) + '\0';
+        buffer.replace(0, copied.size(), copied);
+    }
+    return buffer;
+}
+
+std::string random_command(std::mt19937 &random, const std::string &root)
+{
+    const char *const words[] = {"sbin",     "prog", "two words", "two", "words", "link",
+                                 "dangling", "-d",   "x",         ".",   "..",    ""};
+    const char *const gaps[] = {" ", "/", "/", "/", "//", "  ", " /", "/ "};
+    const char *const starts[] = {"", "/", "//", " ", "./", "../"};
+    std::string path = random() % 3 != 0 ? root + "/" : starts[random() % std::size(starts)];
+    for (size_t count = random() % 6; count != 0; count--) {
+        path += words[random() % std::size(words)];
+        if (count != 1 || random() % 2 == 0)
+            path += gaps[random() % std::size(gaps)];
+    }
+    return path;
+}
+
+} // namespace
+
+TEST_F(FileCopy, BasenameOfAnyCommandIsThatOfCuttingItPartByPart)
+{
+    const unsigned seed = 99017;
+    const std::string root = dir / "a b";
+    const std::string sbin = root + "/sbin";
+    ASSERT_EQ(mkdir(root.c_str(), 0755), 0);
+    ASSERT_EQ(mkdir(sbin.c_str(), 0755), 0);
+    for (const std::string &file : {sbin + "/prog", sbin + "/two words", root + "/two"})
+        write_file(file, "");
+    ASSERT_EQ(symlink("sbin", (root + "/link").c_str()), 0);
+    ASSERT_EQ(symlink("none", (root + "/dangling").c_str()), 0);
+    std::mt19937 random(seed);
+    for (int round = 0; round < 5000; round++) {
+        const std::string path = random_command(random, root);
+        const Program program = plain_program(path);
+        std::string base(300, '#');
+        std::string prefix(300, '#');
+        const size_t base_size = random() % (random() % 2 == 0 ? 12 : base.size());
+        const size_t prefix_size = random() % (random() % 2 == 0 ? 80 : prefix.size());
+        const bool with_prefix = random() % 8 != 0;
+        ASSERT_EQ(lh_basename(path.c_str(), base.data(), base_size,
+                              with_prefix ? prefix.data() : nullptr, prefix_size),
+                  0);
+        const std::string where = "seed " + std::to_string(seed) + " '" + path + "'";
+        ASSERT_EQ(base, filled(base.size(), program.base, base_size)) << where;
+        ASSERT_EQ(prefix, filled(prefix.size(), program.prefix, with_prefix ? prefix_size : 0))
+            << where;
+    }
 }
