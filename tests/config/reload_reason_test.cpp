@@ -8,6 +8,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "lh_process.h"
 #include "support/faults.hpp"
 #include "support/log_capture.hpp"
 #include "support/process.hpp"
@@ -76,8 +77,15 @@ TEST_F(ReloadReason, IsTheWholeFile)
 
 TEST_F(ReloadReason, FileIsForItsOwnerOnly)
 {
-    EXPECT_EQ(write("cli"), 0);
-    EXPECT_EQ(permissions(path), 0600);
+    // The mask of the last one takes what the owner would have; root writes all the same.
+    const std::pair<mode_t, int> cases[] = {{022, 0600}, {0, 0600}, {0277, 0400}};
+    for (const auto &[mask, mode] : cases) {
+        unlink(path.c_str());
+        umask(mask);
+        EXPECT_EQ(write("cli"), 0);
+        EXPECT_EQ(permissions(path), mode) << mask;
+        EXPECT_EQ(read_file(path), "cli");
+    }
 }
 
 TEST_F(ReloadReason, FileThatIsThereKeepsItsMode)
@@ -97,6 +105,23 @@ TEST_F(ReloadReason, GoesToAFileNamedByThePidInTmpWithoutAPath)
     const std::string by_pid = "/tmp/" + std::to_string(getpid());
     EXPECT_EQ(read_file(by_pid), "cli");
     EXPECT_EQ(permissions(by_pid), 0600);
+    const auto files = std::filesystem::directory_iterator("/tmp");
+    EXPECT_EQ(std::distance(begin(files), end(files)), 1);
+}
+
+TEST_F(ReloadReason, AForkedChildWithoutAPathWritesToTheFileOfItsParent)
+{
+    OWN_PROCESS();
+    world.cover_tmp();
+    const std::string parents = "/tmp/" + std::to_string(lh_process_self_pid_get());
+    ASSERT_EQ(parents, "/tmp/" + std::to_string(getpid()));
+    EXPECT_EQ(run_in_child([] {
+                  EXPECT_EQ(lh_reload_reason_write("child", nullptr, false), 0);
+                  EXPECT_NO_LINES();
+                  return 0;
+              }),
+              0);
+    EXPECT_EQ(read_file(parents), "child");
     const auto files = std::filesystem::directory_iterator("/tmp");
     EXPECT_EQ(std::distance(begin(files), end(files)), 1);
 }
