@@ -11,6 +11,7 @@
 #include <random>
 #include <string>
 
+#include "support/block_sizes.hpp"
 #include "support/faults.hpp"
 #include "support/log_capture.hpp"
 
@@ -183,6 +184,17 @@ TEST_F(Base64, EncodingThenDecodingGivesTheBytes)
     }
 }
 
+TEST_F(Base64, EncodingAsksForFourCharactersAGroupAndTheEnd)
+{
+    BlockSizes sizes;
+    const std::pair<size_t, size_t> cases[] = {{0, 1}, {1, 5},   {2, 5},   {3, 5},
+                                               {4, 9}, {57, 77}, {58, 81}, {3000, 4001}};
+    for (const auto &[length, size] : cases) {
+        encode(std::string(length, 'x'));
+        EXPECT_EQ(sizes.take(), std::vector<size_t>{size}) << length;
+    }
+}
+
 TEST_F(Base64, EncodingWithoutBytes)
 {
     EXPECT_EQ(lh_base64_encode(nullptr, 0), nullptr);
@@ -224,6 +236,21 @@ TEST_F(Base64, DecodingNothingGivesABlockOfNoBytes)
     EXPECT_EQ(out_len, 0u);
     bytes[0] = 1; // there is one byte
     free(bytes);
+}
+
+TEST_F(Base64, DecodingAsksForTheBytesButForOneAtLeast)
+{
+    BlockSizes sizes;
+    const std::pair<const char *, size_t> cases[] = {
+        {"", 1},     {"Zm9v", 3},     {"Zm8=", 2},     {"Zg==", 1},     {"====", 1},
+        {"A=A=", 2}, {"=AAA", 3},     {"Zm9vZm9v", 6}, {"Zm9vZm8=", 5}, {"Zm9vZg==", 4},
+        {"A=*=", 2}, {"Zg==Zm9v", 6}, {"Zg======", 4}};
+    for (const auto &[text, size] : cases) {
+        decode(text);
+        EXPECT_EQ(sizes.take(), std::vector<size_t>{size}) << text;
+    }
+    decode("Zg=");
+    EXPECT_EQ(sizes.take(), std::vector<size_t>{});
 }
 
 TEST_F(Base64, DecodingNeedsNoPlaceForTheNumber)
@@ -349,6 +376,17 @@ TEST_F(Base64, HexOfBase64EqualsThePlainWay)
         const std::string hex = digits_of(bits_of_digits(text, alphabet, 6), hex_digits, 4);
         ASSERT_EQ(to_hex(text), hex) << text;
         ASSERT_EQ(to_hex(text + "=" + text), hex) << text;
+    }
+}
+
+TEST_F(Base64, HexOfBase64AsksForTheWholeLength)
+{
+    BlockSizes sizes;
+    const std::pair<std::string, size_t> cases[] = {{"", 7},      {"Z", 7},      {"Zm9", 7},
+                                                    {"Zm9v", 13}, {"Zm9vZ", 13}, {"=AAAAAAA", 19}};
+    for (const auto &[text, size] : cases) {
+        to_hex(text);
+        EXPECT_EQ(sizes.take(), std::vector<size_t>{size}) << text;
     }
 }
 

@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "support/block_sizes.hpp"
 #include "support/faults.hpp"
 #include "support/log_capture.hpp"
 
@@ -369,6 +370,17 @@ TEST_F(Bf, TheTextsEqualThePlainWay)
         const owned_bf copy = make(size);
         ASSERT_EQ(lh_bf_hex_str_parse(copy.get(), hex.c_str(), hex.size()), 0);
         ASSERT_EQ(bytes_of(copy.get()), bytes);
+    }
+}
+
+TEST_F(Bf, ARecordAndItsTextAreAsLargeAsTheirSizes)
+{
+    BlockSizes sizes;
+    for (const size_t size : {1u, 2u, 7u, 8u, 9u, 512u}) {
+        const owned_bf bf = make(size);
+        EXPECT_EQ(sizes.take(), (std::vector<size_t>{sizeof(lh_bf_t), size}));
+        EXPECT_EQ(bit_string(bf.get()).size() + 1, lh_bf_str_size_get(bf.get()));
+        EXPECT_EQ(sizes.take(), std::vector<size_t>{size * 8 + 1});
     }
 }
 

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "lh_str.h"
+#include "support/block_sizes.hpp"
 #include "support/faults.hpp"
 #include "support/log_capture.hpp"
 
@@ -33,6 +34,18 @@ TEST_F(StrFormat, AddingMakesAndExtendsAString)
     EXPECT_STREQ(dst, "x=1,y");
     EXPECT_EQ(lh_str_add(&dst, "%s", ""), 0);
     EXPECT_STREQ(dst, "x=1,y");
+    free(dst);
+}
+
+TEST_F(StrFormat, AddingMakesTheStringAsLargeAsBothTextsAndTheirEnd)
+{
+    char *dst = strdup("x=1");
+    BlockSizes sizes;
+    EXPECT_EQ(lh_str_add(&dst, ",%s", "yz"), 0);
+    EXPECT_EQ(sizes.take(), std::vector<size_t>{7});
+    EXPECT_EQ(lh_str_add(&dst, "%s", ""), 0);
+    EXPECT_EQ(sizes.take(), std::vector<size_t>{7});
+    EXPECT_STREQ(dst, "x=1,yz");
     free(dst);
 }
 

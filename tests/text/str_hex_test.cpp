@@ -8,6 +8,7 @@
 #include <string>
 
 #include "lh_str.h"
+#include "support/block_sizes.hpp"
 #include "support/faults.hpp"
 #include "support/log_capture.hpp"
 
@@ -130,6 +131,18 @@ TEST_F(StrHex, WithoutPointers)
     EXPECT_LINES("lh_str_to_hex: PTR_IS_NULL: str");
     EXPECT_EQ(lh_hex_to_str(nullptr), nullptr);
     EXPECT_LINES("lh_hex_to_str: PTR_IS_NULL: hex");
+}
+
+TEST_F(StrHex, BlocksAreAsLargeAsTheTextAndItsEnd)
+{
+    BlockSizes sizes;
+    for (size_t length = 0; length < 40; length++) {
+        const std::string text(length, '7');
+        EXPECT_EQ(taken(lh_str_to_hex(text.c_str())).size(), 2 * length);
+        EXPECT_EQ(sizes.take(), (std::vector<size_t>{2 * length + 1}));
+        EXPECT_EQ(taken(lh_hex_to_str(text.c_str())).size(), length / 2);
+        EXPECT_EQ(sizes.take(), (std::vector<size_t>{length / 2 + 1}));
+    }
 }
 
 TEST_F(StrHex, WithoutMemory)

@@ -9,6 +9,7 @@
 #include <random>
 #include <string>
 
+#include "support/block_sizes.hpp"
 #include "support/faults.hpp"
 #include "support/log_capture.hpp"
 
@@ -271,6 +272,17 @@ TEST_F(Str, EveryCharacterOfTheSetIsPreceded)
     EXPECT_EQ(before_each("a'b", "\\", "'"), "a\\'b");
     EXPECT_EQ(before_each("''", "\\", "'"), "\\'\\'");
     EXPECT_EQ(before_each("$a`b\"", "<>", "\"$`"), "<>$a<>`b<>\"");
+}
+
+TEST_F(Str, ABuiltStringIsAsLargeAsItsTextAndItsEnd)
+{
+    BlockSizes sizes;
+    EXPECT_EQ(before_each("\'\'", "\\", "\'"), "\\\'\\\'");
+    EXPECT_EQ(sizes.take(), std::vector<size_t>{5});
+    EXPECT_EQ(before_each("a,b;c", "<->", ";,"), "a<->,b<->;c");
+    EXPECT_EQ(sizes.take(), std::vector<size_t>{12});
+    EXPECT_EQ(before_each("abc", "\\", "\'"), "(none)");
+    EXPECT_EQ(sizes.take(), std::vector<size_t>{});
 }
 
 TEST_F(Str, WithoutACharacterOfTheSetNothingIsBuilt)
