@@ -116,7 +116,7 @@ int lh_inotify_restart(lh_inotify *ptr);
  * @param callback_arg handed to it; stays the caller's.
  * @return 0, or -1.
  * @errno  EEXIST, without a line, when this directory and name are followed already; else of the
- *         failing call.
+ *         failing call; kept for a null argument.
  * @log    `PTR_IS_NULL: ptr`, `PTR_IS_NULL: parent_dir` or `PTR_IS_NULL: file_name`;
  *         `PTR_IS_NULL: file->parent_dir` (function `create_file`) when there is no memory for it.
  *         Debug lines of `create_file`, with line number: `malloc failed: %s`,

@@ -24,9 +24,10 @@ extern "C" {
  *                      out when it does not fit as a whole: it takes 23 characters.
  * @return 0, also for a null reason; -1 when the file could not be created or written.
  * @errno  of the failing call.
- * @log    `PTR_IS_NULL: reload_reason`; `lh_file_write failed` when the file could not be created
- *         (deliberately the same words) or written, after the helper's own line. An empty reason without a time leaves an empty file,
- *         with the IS_EQ line of lh_file_write().
+ * @log    `PTR_IS_NULL: reload_reason`; `lh_file_write failed` (deliberately the same words for
+ *         both) after a line of lh_file_create() when the file could not be created, after one of
+ *         lh_file_write() when it could not be written. An empty reason without a time leaves an
+ *         empty file, with the IS_EQ line of lh_file_write().
  * @blocking on the file system.
  * @threads any.
  * @note **The default path is predictable and under /tmp**: somebody else on the box may have put a

@@ -124,6 +124,13 @@ class TheManualPages(unittest.TestCase):
         self.assertLessEqual({(str(path), name) for path, name in paths.items()}, found)
 
 
+    def test_TheLogPageNamesEveryFunctionAsItsLinesDo(self) -> None:
+        page = (MAN / "man7" / "vyt-log-lines.7").read_text()
+        catalogue = log_lines.read_catalogue(SOURCE / "docs" / "log-lines.txt")
+        shown = {source.shown for line in catalogue.lines for source in line.sources}
+        self.assertEqual([name for name in sorted(shown) if f"\\fB{name}\\fR" not in page], [])
+
+
 class Links(HTMLParser):
     def __init__(self, path: Path) -> None:
         super().__init__()
