@@ -130,7 +130,8 @@ unsigned int lh_file_get_mode(const char *path);
  *                  logged.
  * @param text_size where the file's size in bytes plus one (for the NUL) goes; null is logged.
  * @return 0, or -1. An empty or absent file is a failure.
- * @errno  of the failing call; of no meaning when the file is empty, or shrank before it was read.
+ * @errno  of the failing call; kept for a null argument; of no meaning when the file is empty, or
+ *         shrank before it was read.
  * @log    `PTR_IS_NULL: path`, `PTR_IS_NULL: text` or `PTR_IS_NULL: text_size`;
  *         `file '%s' is empty` (path) when its size is 0 or it is absent or cannot be looked at, in
  *         the last case after the line of lh_file_size_get();
@@ -188,7 +189,7 @@ int lh_file_write(const char *path, const void *data, size_t size);
  * @param data where they go; null is logged.
  * @param size how many; 0 is logged and leaves the buffer as it is.
  * @return 0, also when `size` is 0; -1 on failure and when the file has fewer bytes.
- * @errno  of the failing call; of no meaning when the file is too short.
+ * @errno  of the failing call; kept for a null argument; of no meaning when the file is too short.
  * @log    `PTR_IS_NULL: path` or `PTR_IS_NULL: data`; `IS_EQ check failed: 0 (0 == 0) !!!` when
  *         `size` is 0; `fopen '%s' failed: %s` (path, text of errno);
  *         `IS_NE check failed: nmemb (1 != 0) !!!` when fewer bytes could be read.
@@ -245,8 +246,8 @@ int lh_file_rm(const char *path);
  * @param prepared_path the same name made safe for the shell (lh_shell_cmd.h); it is put into the
  *                      command as it is. At most 499 bytes. Null is logged.
  * @return 0, or -1.
- * @errno  of the failing call; of no meaning when `prepared_path` is too long or the command ended
- *         with another status than 0.
+ * @errno  of the failing call; kept for a null argument; of no meaning when `prepared_path` is too
+ *         long or the command ended with another status than 0.
  * @log    `PTR_IS_NULL: path` or `PTR_IS_NULL: prepared_path`; `IS_NOT: lh_file_is_exist(path)`;
  *         the line of _lh_snprintf() when `prepared_path` is too long; `system(cmd) failed` when the
  *         command could not be run or did not end with status 0.
@@ -265,7 +266,7 @@ int lh_file_convert_to_unix_format(const char *path, const char *prepared_path);
  * @param fmt  `printf` format; end it with "\n" to append a line. Null is logged. Further arguments
  *             as for `printf`.
  * @return 0, or -1.
- * @errno  of the failing call; of no meaning for an empty text.
+ * @errno  of the failing call; kept for a null argument; of no meaning for an empty text.
  * @log    `PTR_IS_NULL: path` or `PTR_IS_NULL: fmt`; `IS_NOT: lh_file_is_exist(path)`;
  *         `IS_EQ check failed: -1 (-1 == -1) !!!` when the text could not be formatted;
  *         `PTR_IS_NULL: f` when the file cannot be opened; `IS_NE check failed: 1 (1 != 0) !!!` when
@@ -302,7 +303,8 @@ int lh_file_lines_num_get(const char *path, size_t *lines_num);
  * @param line_size size of `line` in bytes.
  * @param num       which line, from 1; 0 is logged.
  * @return 0, or -1; a file with fewer lines gives -1 without a line of its own in the log.
- * @errno  of the failing call; of no meaning when there is no such line or it does not fit.
+ * @errno  of the failing call; kept for a null argument; of no meaning when there is no such line
+ *         or it does not fit.
  * @log    `PTR_IS_NULL: path` or `PTR_IS_NULL: line`; `IS_EQ check failed: 0 (0 == 0) !!!` when
  *         `num` is 0; `PTR_IS_NULL: f` when the file cannot be opened;
  *         `IS_MT check failed: len + 1 (%ld > %ld) !!!` (the line's length plus one, `line_size`)
@@ -321,7 +323,7 @@ int lh_file_line_get_by_num(const char *path, char *line, long line_size, size_t
  * @param f the stream; stays the caller's. Null is logged.
  * @param n how many lines.
  * @return 0, or -1 with the stream wherever the failing step left it.
- * @errno  of the failing call; of no meaning at the end of the stream.
+ * @errno  of the failing call; kept for a null argument; of no meaning at the end of the stream.
  * @log    `PTR_IS_NULL: f`; `IS_EQ check failed: rc (-1 == -1) !!!` and `end of file reached`;
  *         `IS_NE check failed: rc (%ld != 0) !!!` and `fscanf failed: %s` (text of errno).
  * @blocking as reading the stream does.
@@ -352,8 +354,8 @@ int lh_file_skip_lines(FILE *f, unsigned int n);
  * @return how many bytes were read: the line before the position, with its newline if it has one.
  *         1, with "" in the buffer, for the empty line behind a newline that ends the stream. -1 at
  *         the start of the stream and on failure.
- * @errno  of the failing call; of no meaning at the start of the stream, and when the file shrank
- *         meanwhile.
+ * @errno  of the failing call; kept for a null argument; of no meaning at the start of the stream,
+ *         and when the file shrank meanwhile.
  * @log    `PTR_IS_NULL: line`, `PTR_IS_NULL: size` or `PTR_IS_NULL: file`; `ftell failed: %s`,
  *         `fseek failed: %s`, `fread failed: (%s)` and `getline failed: %s` (text of errno); nothing
  *         at the start of the stream.

@@ -112,7 +112,8 @@ int lh_read_pid_file(const char *path);
  * @param name the program's name, at most 57 characters; **put into a shell command as it is**, so
  *             never a text that an outsider chose; null is logged.
  * @return the pid (the first one printed when several processes match), or -1.
- * @errno  of the failing call; of no meaning when the name is too long or no process has it.
+ * @errno  of the failing call; kept for a null argument; of no meaning when the name is too long or
+ *         no process has it.
  * @log    `PTR_IS_NULL: name`; `snprintf failed` when the name is too long; `cannot get pid` when
  *         the command cannot be started; `cannot parse pid` when no process has that name.
  * @blocking until `pidof` has printed its answer.

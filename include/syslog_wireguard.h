@@ -94,7 +94,8 @@ int syslog_wireguard_set_default_log_config(int force);
  * @param flags where they go; null is logged. A flag whose line is missing keeps its value; of
  *              several lines for one flag the last one counts. On is exactly the value 1.
  * @return 0, or -1; the flags of the lines before a bad one have been set then.
- * @errno  of the failing call; of no meaning when a line is not understood.
+ * @errno  of the failing call; kept for a null argument; of no meaning when a line is not
+ *         understood.
  * @log    `PTR_IS_NULL: flags`; `can't open file '%s'`; `can't parse line: '%s'` (the line with its
  *         newline); `<%s> invalid mnemonic '%s' in file` (this function's name, the mnemonic); the
  *         lines of syslog_wireguard_set_default_log_config().

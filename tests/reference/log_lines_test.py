@@ -203,6 +203,14 @@ class TheCatalogueAndTheHeaders(unittest.TestCase):
                 with self.subTest(function=promise.function, line=span):
                     self.assertTrue(found)
 
+    def test_AFailingCallIsNotBlamedForANullArgument(self) -> None:
+        for promise in PROMISES.values():
+            checked = [name for name in promise.parameters if f"PTR_IS_NULL: {name}" in promise.spans]
+            if promise.function == "lh_reload_reason_write":
+                continue  # a null reason is no failure
+            if checked and promise.errno.startswith("of the failing call"):
+                self.assertIn("kept for a null", promise.errno, promise.function)
+
     def test_TheLinesThatAHeaderRefersToAreForThatFunction(self) -> None:
         for promise in PROMISES.values():
             for name in promise.referred:

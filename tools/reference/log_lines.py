@@ -180,18 +180,19 @@ def read_catalogue(path: Path) -> Catalogue:
 
 @dataclass
 class Promise:
-    """What a function's comment says about its lines."""
+    """What a function's comment says about its lines, and about errno behind them."""
 
     function: str
     header: str
     parameters: list[str]
     spans: list[str]  # the words in code type
     referred: list[str]  # functions whose lines may come, too
+    errno: str
 
 
 PARAMETER = re.compile(r"\b(\w+)(?:\[\w*\])*(?=[,)])")
 COMMENT = re.compile(r"/\*\*((?:(?!\*/).)*)\*/\s*((?:(?!/\*)[^;])*;)", re.DOTALL)
-LOG = re.compile(r"@log\s+(.*?)(?=\n@|\Z)", re.DOTALL)
+FIELD = re.compile(r"^@(errno|log)\s+(.*?)(?=\n@|\Z)", re.DOTALL | re.MULTILINE)
 # lh_bf.h says once what each of its functions checks.
 BIT_FIELD = "the lines about a record that is not valid"
 BIT_FIELD_LINES = [
@@ -204,17 +205,18 @@ BIT_FIELD_LINES = [
 def promise_of(header: str, comment: str, declaration: str) -> Promise | None:
     name = re.search(r"(\w+)\s*\(", declaration)
     text = re.sub(r"^ *\* ?", "", comment, flags=re.M)
-    log = LOG.search(text)
-    if not name or not log or "typedef" in declaration:
+    fields = {key: " ".join(words.split()) for key, words in FIELD.findall(text)}
+    if not name or "log" not in fields or "typedef" in declaration:
         return None
-    words = " ".join(log[1].split())
+    words = fields["log"]
     spans = re.findall(r"`([^`]*)`", words)
     if BIT_FIELD in words:
         for record in ("dst", "src") if name[1] == "lh_bf_and" else ("bf",):
             spans += [line.format(record) for line in BIT_FIELD_LINES]
         spans = [span for span in spans if not span.endswith("...")]
     referred = re.findall(r"\b(\w+)\(\)", re.sub(r"`[^`]*`", "", words))
-    return Promise(name[1], header, PARAMETER.findall(declaration), spans, referred)
+    parameters = PARAMETER.findall(declaration)
+    return Promise(name[1], header, parameters, spans, referred, fields.get("errno", ""))
 
 
 def read_promises(include: Path) -> dict[str, Promise]:
