@@ -88,8 +88,8 @@ int lh_file_is_empty(const char *path);
  * @param path the path; links are followed. Null is logged.
  * @return its size in bytes; 0 for an empty file, for an absent one and on failure.
  * @errno  of `access` or `stat`.
- * @log    in the name of `lh_file_is_exist`: `PTR_IS_NULL: path`; in its own: `stat '%s' failed` (path)
- *         when the file is there but cannot be looked at; nothing when it is absent.
+ * @log    in the name of `lh_file_is_exist`: `PTR_IS_NULL: path`; in its own: `stat '%s' failed`
+ *         (path) when the file is there but cannot be looked at; nothing when it is absent.
  * @blocking on the file system.
  * @threads any.
  */

@@ -33,8 +33,8 @@ extern "C" {
  * @note **The default path is predictable and under /tmp**: somebody else on the box may have put a
  *       link there, which is followed, or a file with a mode of his own, which is kept. Give a path
  *       in a directory that only the daemon may write where that matters.
- * @note A file that was created stays behind, empty, when writing fails. A disk that is full, or fails
- *       when the file is closed, is not noticed: 0 with an empty file.
+ * @note A file that was created stays behind, empty, when writing fails. A disk that is full, or
+ *       fails when the file is closed, is not noticed: 0 with an empty file.
  */
 int lh_reload_reason_write(const char *reload_reason, const char *path, bool add_time);
 
