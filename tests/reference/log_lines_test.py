@@ -115,7 +115,7 @@ NEVER = {
 
 
 def is_about_an_argument(line: log_lines.Line, source: log_lines.Source) -> bool:
-    """Callers within the library look at most of what they hand on; the graph does not tell which."""
+    """Callers within the library look at most of what they hand on; the graph cannot tell."""
     promise = PROMISES.get(source.shown)
     name = re.match(r"\(?(\w+)", line.operand)
     return promise is not None and name is not None and name[1] in promise.parameters
@@ -144,7 +144,7 @@ class TheCatalogueAndTheSources(unittest.TestCase):
         ]
 
     def callers(self) -> Iterator[tuple[log_lines.Line, log_lines.Source, set[str]]]:
-        """Every name in every line, with the exported functions that lead to where it is written."""
+        """Every name in every line, with the exported functions that lead to its writing."""
         graph = call_graph.CallGraph(SOURCE)
         for line in CATALOGUE.lines:
             for source in line.sources:
@@ -157,14 +157,16 @@ class TheCatalogueAndTheSources(unittest.TestCase):
                 yield line, source, leading
 
     def test_ALineIsForEveryFunctionThatLeadsToItAndForNoOther(self) -> None:
+        unused = dict(NEVER)
         for line, source, leading in self.callers():
             said = set(source.spoken_for)
-            never = NEVER.get((source.shown, line.text), set())
+            never = unused.pop((source.shown, line.text), set())
             with self.subTest(line=line.text, name=source.shown):
                 self.assertEqual(said - leading, set(), "these never lead to it")
                 self.assertLessEqual(never, leading, "this need not be said")
                 if not is_about_an_argument(line, source):
                     self.assertEqual(said, leading - never)
+        self.assertEqual(unused, {})
 
     def test_EveryLineThatTheSourcesWriteIsInTheCatalogue(self) -> None:
         missing = [site for site in self.sites if not self.lines_of(site)]
@@ -205,10 +207,10 @@ class TheCatalogueAndTheHeaders(unittest.TestCase):
 
     def test_AFailingCallIsNotBlamedForANullArgument(self) -> None:
         for promise in PROMISES.values():
-            checked = [name for name in promise.parameters if f"PTR_IS_NULL: {name}" in promise.spans]
             if promise.function == "lh_reload_reason_write":
                 continue  # a null reason is no failure
-            if checked and promise.errno.startswith("of the failing call"):
+            checks = {f"PTR_IS_NULL: {name}" for name in promise.parameters}
+            if checks & set(promise.spans) and promise.errno.startswith("of the failing call"):
                 self.assertIn("kept for a null", promise.errno, promise.function)
 
     def test_TheLinesThatAHeaderRefersToAreForThatFunction(self) -> None:

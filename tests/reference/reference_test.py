@@ -123,7 +123,6 @@ class TheManualPages(unittest.TestCase):
         found = set(re.findall(r'^(.*): "(\S+) - ', run.stdout, flags=re.M))
         self.assertLessEqual({(str(path), name) for path, name in paths.items()}, found)
 
-
     def test_TheLogPageNamesEveryFunctionAsItsLinesDo(self) -> None:
         page = (MAN / "man7" / "vyt-log-lines.7").read_text()
         catalogue = log_lines.read_catalogue(SOURCE / "docs" / "log-lines.txt")
