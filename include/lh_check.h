@@ -36,8 +36,8 @@
  * are its value and that of the second operand. IS_EQ, IS_NE, IS_LT and IS_MT compare and print as
  * signed 64-bit numbers when the first operand has a signed type, else as unsigned ones (a type
  * narrower than int counts as int, as in every C expression); IS_ME and OUT_OF_RANGE are always
- * unsigned. Operands are evaluated once. The condition of IS_NOT becomes part of the line's format: it
- * must not hold a percent sign.
+ * unsigned. Operands are evaluated once. The condition of IS_NOT becomes part of the line's format:
+ * it must not hold a percent sign.
  *
  * `errno` is kept: after a check it is what it was before, whether or not a line was written.
  * A check that does not fire costs the comparison. Checks may fire on any thread (call

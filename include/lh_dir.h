@@ -69,7 +69,7 @@ typedef struct lh_dir_lookup_opts {
  * @param opts   how; stays the caller's. Null is logged.
  * @param cookie handed to the callback; stays the caller's.
  * @return 0; -1 at the first failure, with what was done so far left done.
- * @errno  of the failing call, or as the failing callback left it.
+ * @errno  of the failing call, or as the failing callback left it; kept for a null argument.
  * @log    `PTR_IS_NULL: path` or `PTR_IS_NULL: opts`; `directory '%s' not exist` (path);
  *         `cannot read directory '%s': %s` (directory, text of errno);
  *         `print file name error '%s/%s'` (directory, entry name) when there is no memory;
@@ -123,8 +123,9 @@ int lh_dir_cb_size(const char *path, unsigned char type, void *cookie);
  *
  * @param path the directory; null is logged.
  * @return the total in bytes; all ones (`(size_t)-1`) when the tree cannot be walked.
- * @errno  of the failing call.
- * @log    `PTR_IS_NULL: path`; the lines of lh_dir_lookup() and then `lh_dir_size error`; the lines of lh_file_size_get().
+ * @errno  of the failing call; kept for a null argument.
+ * @log    `PTR_IS_NULL: path`; the lines of lh_file_size_get(); the lines of lh_dir_lookup() and
+ *         then `lh_dir_size error`.
  * @blocking on the file system.
  * @threads any.
  * @note Links are followed: a link adds the size of what it leads to.
@@ -138,7 +139,7 @@ size_t lh_dir_size(const char *path);
  * @param uid  the owner.
  * @param gid  the group.
  * @return 0, also when an entry's owner could not be changed; -1 when the tree cannot be walked.
- * @errno  of the failing call.
+ * @errno  of the failing call; kept for a null argument.
  * @log    `PTR_IS_NULL: path`; the lines of lh_dir_lookup() and then `lh_dir_chown_recursive error`.
  * @blocking on the file system.
  * @threads any.
@@ -154,7 +155,8 @@ int lh_dir_chown_recursive(const char *path, unsigned int uid, unsigned int gid)
  * @param mode permissions of every directory that is created, less the umask.
  * @return 0, also when the directory was there already; else -1, with the parents that were made left
  *         in place.
- * @errno  of the failing call; ENOTDIR when something else has the name of a directory.
+ * @errno  of the failing call; ENOTDIR when something else has the name of a directory; kept for a
+ *         null argument, and when a directory that was created counts as a failure.
  * @log    `PTR_IS_NULL: path`; `PTR_IS_NULL: buf` when there is no memory; `cannot create '%s': %s`
  *         (path, text of errno).
  * @blocking on the file system.
@@ -184,7 +186,7 @@ uint64_t lh_get_free_fs_size(const char *path);
  * @param path what to remove; null is logged.
  * @return 0; -1 at the first failure, with what was removed so far gone. A missing path gives -1
  *         without a line.
- * @errno  of the failing call.
+ * @errno  of the failing call; kept for a null argument.
  * @log    `PTR_IS_NULL: path`; in the name of `remove_dir`: `cannot remove '%s': %s` (entry, text of
  *         errno) or `PTR_IS_NULL: fpath`, `PTR_IS_NULL: sb`, `PTR_IS_NULL: ftwbuf`.
  * @blocking on the file system.
@@ -202,7 +204,7 @@ int lh_dir_rm(const char *path);
  * @param path the directory; null is logged.
  * @return 0; -1 at the first failure, with what was removed so far gone. A missing path gives -1
  *         without a line.
- * @errno  of the failing call.
+ * @errno  of the failing call; kept for a null argument.
  * @log    `PTR_IS_NULL: path`; in the name of `remove_file`: `cannot remove '%s': %s` (entry, text of
  *         errno) or `PTR_IS_NULL: fpath`, `PTR_IS_NULL: sb`, `PTR_IS_NULL: ftwbuf`.
  * @blocking on the file system.

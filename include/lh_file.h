@@ -88,8 +88,8 @@ int lh_file_is_empty(const char *path);
  * @param path the path; links are followed. Null is logged.
  * @return its size in bytes; 0 for an empty file, for an absent one and on failure.
  * @errno  of `access` or `stat`.
- * @log    in the name of `lh_file_is_exist`: `PTR_IS_NULL: path`; in its own: `stat '%s' failed` (path)
- *         when the file is there but cannot be looked at; nothing when it is absent.
+ * @log    in the name of `lh_file_is_exist`: `PTR_IS_NULL: path`; in its own: `stat '%s' failed`
+ *         (path) when the file is there but cannot be looked at; nothing when it is absent.
  * @blocking on the file system.
  * @threads any.
  */
@@ -130,7 +130,8 @@ unsigned int lh_file_get_mode(const char *path);
  *                  logged.
  * @param text_size where the file's size in bytes plus one (for the NUL) goes; null is logged.
  * @return 0, or -1. An empty or absent file is a failure.
- * @errno  of the failing call; of no meaning when the file is empty, or shrank before it was read.
+ * @errno  of the failing call; kept for a null argument; of no meaning when the file is empty, or
+ *         shrank before it was read.
  * @log    `PTR_IS_NULL: path`, `PTR_IS_NULL: text` or `PTR_IS_NULL: text_size`;
  *         `file '%s' is empty` (path) when its size is 0 or it is absent or cannot be looked at, in
  *         the last case after the line of lh_file_size_get();
@@ -170,7 +171,7 @@ int lh_file_read_line(const char *path, char *buf, size_t size);
  * @param data the new contents; stays the caller's. Null is logged.
  * @param size their size in bytes; 0 is logged and **leaves the file as it is**.
  * @return 0, also when `size` is 0; else -1.
- * @errno  of the failing call.
+ * @errno  of the failing call; kept for a null argument.
  * @log    `PTR_IS_NULL: path` or `PTR_IS_NULL: data`; `IS_EQ check failed: 0 (0 == 0) !!!` when
  *         `size` is 0; `fopen '%s' failed: %s` (path, text of errno);
  *         `IS_NE check failed: nmemb (1 != 0) !!!` when writing failed.
@@ -188,7 +189,7 @@ int lh_file_write(const char *path, const void *data, size_t size);
  * @param data where they go; null is logged.
  * @param size how many; 0 is logged and leaves the buffer as it is.
  * @return 0, also when `size` is 0; -1 on failure and when the file has fewer bytes.
- * @errno  of the failing call; of no meaning when the file is too short.
+ * @errno  of the failing call; kept for a null argument; of no meaning when the file is too short.
  * @log    `PTR_IS_NULL: path` or `PTR_IS_NULL: data`; `IS_EQ check failed: 0 (0 == 0) !!!` when
  *         `size` is 0; `fopen '%s' failed: %s` (path, text of errno);
  *         `IS_NE check failed: nmemb (1 != 0) !!!` when fewer bytes could be read.
@@ -205,7 +206,7 @@ int lh_file_read(const char *path, void *data, size_t size);
  * @param fmt  the format; null is logged. Further arguments as for `scanf`.
  * @return how many items were assigned; -1 when the input ended before the first, when the file
  *         cannot be opened, and for a null argument.
- * @errno  of the failing call.
+ * @errno  of the failing call; kept for a null argument.
  * @log    `PTR_IS_NULL: path` or `PTR_IS_NULL: fmt`; `PTR_IS_NULL: f` when the file cannot be
  *         opened; `fclose(f) failed`, which does not change the result.
  * @blocking as `fopen` does.
@@ -245,7 +246,8 @@ int lh_file_rm(const char *path);
  * @param prepared_path the same name made safe for the shell (lh_shell_cmd.h); it is put into the
  *                      command as it is. At most 499 bytes. Null is logged.
  * @return 0, or -1.
- * @errno  of the failing call.
+ * @errno  of the failing call; kept for a null argument; of no meaning when `prepared_path` is too
+ *         long or the command ended with another status than 0.
  * @log    `PTR_IS_NULL: path` or `PTR_IS_NULL: prepared_path`; `IS_NOT: lh_file_is_exist(path)`;
  *         the line of _lh_snprintf() when `prepared_path` is too long; `system(cmd) failed` when the
  *         command could not be run or did not end with status 0.
@@ -264,7 +266,7 @@ int lh_file_convert_to_unix_format(const char *path, const char *prepared_path);
  * @param fmt  `printf` format; end it with "\n" to append a line. Null is logged. Further arguments
  *             as for `printf`.
  * @return 0, or -1.
- * @errno  of the failing call.
+ * @errno  of the failing call; kept for a null argument; of no meaning for an empty text.
  * @log    `PTR_IS_NULL: path` or `PTR_IS_NULL: fmt`; `IS_NOT: lh_file_is_exist(path)`;
  *         `IS_EQ check failed: -1 (-1 == -1) !!!` when the text could not be formatted;
  *         `PTR_IS_NULL: f` when the file cannot be opened; `IS_NE check failed: 1 (1 != 0) !!!` when
@@ -282,7 +284,7 @@ int lh_file_line_append(const char *path, const char *fmt, ...)
  * @param path      the file; null is logged.
  * @param lines_num where the count goes; null is logged. Written only on success.
  * @return 0, or -1.
- * @errno  of the failing call.
+ * @errno  of the failing call; kept for a null argument.
  * @log    `PTR_IS_NULL: path` or `PTR_IS_NULL: lines_num`; `IS_NOT: lh_file_is_exist(path)`;
  *         `PTR_IS_NULL: f` when the file cannot be opened; `fclose(f) failed`, which does not change
  *         the result.
@@ -301,7 +303,8 @@ int lh_file_lines_num_get(const char *path, size_t *lines_num);
  * @param line_size size of `line` in bytes.
  * @param num       which line, from 1; 0 is logged.
  * @return 0, or -1; a file with fewer lines gives -1 without a line of its own in the log.
- * @errno  of the failing call.
+ * @errno  of the failing call; kept for a null argument; of no meaning when there is no such line
+ *         or it does not fit.
  * @log    `PTR_IS_NULL: path` or `PTR_IS_NULL: line`; `IS_EQ check failed: 0 (0 == 0) !!!` when
  *         `num` is 0; `PTR_IS_NULL: f` when the file cannot be opened;
  *         `IS_MT check failed: len + 1 (%ld > %ld) !!!` (the line's length plus one, `line_size`)
@@ -320,7 +323,7 @@ int lh_file_line_get_by_num(const char *path, char *line, long line_size, size_t
  * @param f the stream; stays the caller's. Null is logged.
  * @param n how many lines.
  * @return 0, or -1 with the stream wherever the failing step left it.
- * @errno  of the failing call.
+ * @errno  of the failing call; kept for a null argument; of no meaning at the end of the stream.
  * @log    `PTR_IS_NULL: f`; `IS_EQ check failed: rc (-1 == -1) !!!` and `end of file reached`;
  *         `IS_NE check failed: rc (%ld != 0) !!!` and `fscanf failed: %s` (text of errno).
  * @blocking as reading the stream does.
@@ -351,7 +354,8 @@ int lh_file_skip_lines(FILE *f, unsigned int n);
  * @return how many bytes were read: the line before the position, with its newline if it has one.
  *         1, with "" in the buffer, for the empty line behind a newline that ends the stream. -1 at
  *         the start of the stream and on failure.
- * @errno  of the failing call.
+ * @errno  of the failing call; kept for a null argument; of no meaning at the start of the stream,
+ *         and when the file shrank meanwhile.
  * @log    `PTR_IS_NULL: line`, `PTR_IS_NULL: size` or `PTR_IS_NULL: file`; `ftell failed: %s`,
  *         `fseek failed: %s`, `fread failed: (%s)` and `getline failed: %s` (text of errno); nothing
  *         at the start of the stream.
@@ -373,7 +377,7 @@ ssize_t lh_file_reverse_getline(char **line, size_t *size, FILE *file);
  * @param path the file; null is logged.
  * @param mode permissions of a new file, less the umask.
  * @return 0, or -1.
- * @errno  of the failing call.
+ * @errno  of the failing call; kept for a null argument.
  * @log    `PTR_IS_NULL: path`; `cannot open file '%s': %s` or `cannot close file '%s': %s` (path,
  *         text of errno).
  * @blocking as `open` does.
@@ -387,7 +391,7 @@ int lh_file_create(const char *path, mode_t mode);
  * @param path the file; links are followed. Null is logged.
  * @param bits the bits to add, for example 0111.
  * @return 0, or -1.
- * @errno  of the failing call.
+ * @errno  of the failing call; kept for a null argument.
  * @log    `PTR_IS_NULL: path`; `cannot stat file '%s': %s` or `cannot chmod file '%s': %s` (path,
  *         text of errno).
  * @blocking on the file system.
@@ -402,7 +406,7 @@ int lh_file_permissions_add(const char *path, mode_t bits);
  * @param dst_fname the copy, created or overwritten; null is logged.
  * @param mode      permissions of the copy, whatever the umask; 0 means those of the source.
  * @return 0, or -1 with whatever was done left as it is.
- * @errno  of the failing call.
+ * @errno  of the failing call; kept for a null argument.
  * @log    `PTR_IS_NULL: src_fname` or `PTR_IS_NULL: dst_fname`; `stat failed (%s)`;
  *         `open file %s failed (%s)` (the copy); `utime failed (%s)`; `fchmod failed (%s)`, for the
  *         permissions and for the owner; `open file %s (%s)` (the source); `read failed (%s)`;
@@ -428,7 +432,7 @@ int lh_copy_file(const char *src_fname, const char *dst_fname, mode_t mode);
  * @param sync not 0: flush the copy to its device before returning.
  * @return **how many bytes were copied**, so 0 for an empty file; -1 on failure, with whatever was
  *         done left as it is.
- * @errno  of the failing call.
+ * @errno  of the failing call; kept for a null argument.
  * @log    `PTR_IS_NULL: src` or `PTR_IS_NULL: dst`; `open file %s failed (%m)` (source or copy);
  *         `fstat of file '%s' failed (%m)` (source); `sendfile src:'%s', dst:'%s' failed (%m)`.
  * @blocking as `open` and reading and writing the files do.

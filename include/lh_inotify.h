@@ -116,7 +116,7 @@ int lh_inotify_restart(lh_inotify *ptr);
  * @param callback_arg handed to it; stays the caller's.
  * @return 0, or -1.
  * @errno  EEXIST, without a line, when this directory and name are followed already; else of the
- *         failing call.
+ *         failing call; kept for a null argument.
  * @log    `PTR_IS_NULL: ptr`, `PTR_IS_NULL: parent_dir` or `PTR_IS_NULL: file_name`;
  *         `PTR_IS_NULL: file->parent_dir` (function `create_file`) when there is no memory for it.
  *         Debug lines of `create_file`, with line number: `malloc failed: %s`,
@@ -164,7 +164,8 @@ int lh_inotify_exclude_file(lh_inotify *ptr, const char *parent_dir, const char 
  *         second, for about half a second for a file and two seconds for a directory, for each file
  *         concerned. A file that is there but may not be watched (its mode, or the limit on watches)
  *         is tried fifty times over, about 25 seconds, by this pass and by every later one until it
- *         may; the debug line is `can't do state transition`. At most 100 buffers of events are read; the rest waits for the next pass.
+ *         may; the debug line is `can't do state transition`. At most 100 buffers of events are
+ *         read; the rest waits for the next pass.
  * @threads the watcher's.
  * @note A file whose directory is missing, and not to be created, is tried again by every later
  *       pass; nothing makes the descriptor readable when the directory appears, so such a daemon

@@ -82,7 +82,7 @@ int lh_netns_fd_get(const char *ns);
  * @param ns the name, at most 240 bytes; null is logged. Not the empty spelling of the default
  *           namespace: see lh_netns_set_default().
  * @return 0 when the thread is in the namespace now; -1 when it is where it was.
- * @errno  of the failing call.
+ * @errno  of the failing call; kept for a null argument; of no meaning when the path does not fit.
  * @log    `PTR_IS_NULL: ns`; the lines of lh_netns_fd_get() and
  *         `lh_netns_fd_get failed for namespace '%s'` (ns);
  *         `syscall failed for namespace '%s', %s` (ns, the error's text).
@@ -155,7 +155,8 @@ int lh_netns_map_get_idx(const char *ns);
  * @param size    bytes at `ns_name`; a name of up to `size` - 1 characters fits.
  * @return 0, also when **no handle was found**: put an empty string there first to tell. -1 on
  *         failure.
- * @errno  of the failing call.
+ * @errno  of the failing call; kept for a null argument; of no meaning when the name does not fit
+ *         or the directory has too few entries.
  * @log    `PTR_IS_NULL: ns_name`; with the function's name in the inner brackets
  *         `<%s> stat failed: %s`, `<%s> opendir failed: %s` and `<%s> readdir failed: %s` (the
  *         error's text), `<%s> buffer overflow` when the name does not fit; `<%s:%d> stat failed:
@@ -179,7 +180,7 @@ int lh_netns_get_current_name(char *ns_name, size_t size);
  * @param ns the name of that namespace, which becomes the source shown for the mount of `/sys`.
  *           Null or empty is logged.
  * @return 0, or -1.
- * @errno  of the failing call.
+ * @errno  of the failing call; kept when there is no name.
  * @log    each with the function's name in the inner brackets and, but for the first one, the
  *         error's text: `<%s> invalid namespace`; `<%s> unshare failed: %s`;
  *         `<%s> "mount --make-rslave /" failed: %s`; `<%s> umount of /sys failed: %s`;

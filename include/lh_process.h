@@ -81,7 +81,7 @@ const char *lh_process_name_get_by_itid(int pid, int tid);
  *
  * @param path the pid file; null is logged.
  * @return 0, or -1.
- * @errno  of the failing call.
+ * @errno  of the failing call; kept for a null argument.
  * @log    `PTR_IS_NULL: path`; `PTR_IS_NULL: f` when the file cannot be opened; `fprintf failed`
  *         when the pid could not be written.
  * @blocking on the file system.
@@ -98,7 +98,7 @@ int lh_process_create_pid_file(const char *path);
  *
  * @param path the pid file; null is a file that cannot be opened ("(null)" in the line, EFAULT).
  * @return the pid, or -1. A file that holds `-1` reads the same as a failure.
- * @errno  of the failing call.
+ * @errno  of the failing call; of no meaning when the file does not start with a number.
  * @log    `failed to open pidfile '%s'` (path); `failed to read pid from pidfile` when the file
  *         does not start with a number.
  * @blocking on the file system.
@@ -112,7 +112,8 @@ int lh_read_pid_file(const char *path);
  * @param name the program's name, at most 57 characters; **put into a shell command as it is**, so
  *             never a text that an outsider chose; null is logged.
  * @return the pid (the first one printed when several processes match), or -1.
- * @errno  of the failing call; of no meaning when no process has that name.
+ * @errno  of the failing call; kept for a null argument; of no meaning when the name is too long or
+ *         no process has it.
  * @log    `PTR_IS_NULL: name`; `snprintf failed` when the name is too long; `cannot get pid` when
  *         the command cannot be started; `cannot parse pid` when no process has that name.
  * @blocking until `pidof` has printed its answer.
@@ -127,7 +128,7 @@ int lh_process_pid_get_by_name(const char *name);
  * Ask the liveness manager to reload the board: send it the first real-time signal (`SIGRTMIN`).
  *
  * @return 0 when the request was sent, else -1.
- * @errno  of the failing call.
+ * @errno  of `kill` when that failed; as `get_alive_mgr_pid` left it when the manager is not known.
  * @log    `get_alive_mgr_pid failed` when the manager is not known; `kill failed`.
  * @blocking no; the reload comes later, if the manager grants it.
  * @threads any.

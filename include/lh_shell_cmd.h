@@ -161,7 +161,7 @@ typedef struct lh_shell_cmd_run_opts {
  *         `timer_max_cb` returned when the maximum run time was over and that callback is set; -1
  *         on every failure: the child was ended by a signal (no line), the maximum run time was
  *         over without `timer_max_cb`, another callback returned non-zero (no line), or as logged.
- * @errno  of the failing call where a line names one.
+ * @errno  of the failing call where a line names one; kept for a null format; else of no meaning.
  * @log    `PTR_IS_NULL: fmt` with the usual prefix. All other lines give the function twice, as in
  *         `<mydaemon(1234):lh_shell_cmd_run:9> <lh_shell_cmd_run> timer expired`. The command line
  *         in them is the whole one, with sudo, or "********" with `hide_cmd`:

@@ -149,7 +149,7 @@ void lh_str_tolower(char *str, size_t size);
  *            releases it with free(). A null `dst` itself is logged.
  * @param fmt as for printf; null is logged. **No argument may point into the string.**
  * @return 0, or -1; after -1 for another reason than a null argument `*dst` is null.
- * @errno  of the failing call.
+ * @errno  of the failing call; kept for a null argument.
  * @log    `PTR_IS_NULL: dst` or `PTR_IS_NULL: src` (for `fmt`); `vasprintf failed` when the first
  *         text cannot be made; `PTR_IS_NULL: tmp` when a string cannot grow; `vsnprintf failed`
  *         when the text to append cannot be formatted.
@@ -167,7 +167,7 @@ int lh_str_add(char **dst, const char *fmt, ...) __attribute__((format(printf, 2
  *               The caller releases the new one with free(). A null `dst` itself is logged.
  * @param format as for printf; null is logged. The old string may be among the arguments.
  * @return 0, or -1; after -1 for another reason than a null argument `*dst` is null.
- * @errno  of the failing call.
+ * @errno  of the failing call; kept for a null argument.
  * @log    `PTR_IS_NULL: dst` or `PTR_IS_NULL: format`; `vasprintf failed`.
  * @blocking no.
  * @threads any, one at a time for a string.

@@ -40,10 +40,11 @@ typedef struct lh_unit {
  * @errno  of no meaning: the first call, which loads the record, may change it.
  * @log    for a file that is there but bad: `unit file have invalid data, start in unit mode
  *         STANDALONE with unit id %d` (fewer than four numbers, or not readable; with the line of
- *         lh_file_scanf() then, if any); `OUT_OF_RANGE check failed: %s is really out of range (%lu %lu %lu)
- *         !!!` (`unit_mode`, `unit_mode_after_reboot`, `unit_id` or `unit_id_after_reboot`; 1, the
- *         value, the bound) followed by `unit file have invalid mode, start in unit mode STANDALONE`
- *         or `unit file have invalid id, start with unit id %d`. Nothing for a missing file.
+ *         lh_file_scanf() then, if any); `OUT_OF_RANGE check failed: %s is really out of range (%lu
+ *         %lu %lu) !!!` (`unit_mode`, `unit_mode_after_reboot`, `unit_id` or
+ *         `unit_id_after_reboot`; 1, the value, the bound) followed by `unit file have invalid
+ *         mode, start in unit mode STANDALONE` or `unit file have invalid id, start with unit id
+ *         %d`. Nothing for a missing file.
  * @blocking on the file system, at the first call.
  * @threads one.
  * @note The modes and the numbers fall back independently of each other. A bad file is never
@@ -69,10 +70,11 @@ int lh_unit_get(lh_unit_t *unit);
  * @param unit the record; null is logged.
  * @return 0; -1 when a field is out of range or the file could not be written, and then nothing has
  *         changed for this process. A file that could be opened but not written is left empty.
- * @errno  of the failing call.
+ * @errno  of the failing call; kept for a null record and for one that is out of range.
  * @log    `PTR_IS_NULL: unit`; `OUT_OF_RANGE check failed: %s is really out of range (%lu %lu %lu)
  *         !!!` (`unit->mode` and so on; 1, the value, the bound) for the first bad field;
- *         `lh_str_add failed`; `lh_file_write failed`, each after the helper's own line.
+ *         `lh_str_add failed` after a line of lh_str_add(); `lh_file_write failed` after a line of
+ *         lh_file_write().
  * @blocking on the file system.
  * @threads one.
  * @note A disk that is full, or fails when the file is closed, is not noticed: 0 with an empty file.
@@ -127,8 +129,8 @@ int lh_unit_ids_get(int *unit_id, int *unit_id_after_reboot);
  * @return 0; -1 when the file could not be written, and then nothing has changed for this process. A
  *         file that could be opened but not written is left empty.
  * @errno  of the failing call.
- * @log    `lh_str_add failed`; `lh_file_write failed`, each after the helper's own line; the lines of
- *         lh_unit_init() at the first call.
+ * @log    `lh_str_add failed` after a line of lh_str_add(); `lh_file_write failed` after a line of
+ *         lh_file_write(); the lines of lh_unit_init() at the first call.
  * @blocking on the file system.
  * @threads one.
  * @note A disk that is full, or fails when the file is closed, is not noticed: 0 with an empty file.

@@ -62,10 +62,11 @@ extern int64_t garp_delay;
  * Start the tracker.
  *
  * @return the descriptor to poll for reading, which stays the tracker's; -1 on failure.
- * @errno  of the failing call.
- * @log    `PTR_NOT_NULL: vrrp_ctx.inotify` when it was started already;
- *         `PTR_IS_NULL: vrrp_ctx.inotify` when the watcher could not be made. Debug line
- *         `lh_inotify_include_file failed: %s`.
+ * @errno  of the failing call; kept when it was started already.
+ * @log    `PTR_NOT_NULL: vrrp_ctx.inotify` when it was started already; the lines of
+ *         lh_inotify_create() and then `PTR_IS_NULL: vrrp_ctx.inotify` when the watcher could not
+ *         be made; the lines of lh_inotify_include_file(), when it failed with the debug line
+ *         `lh_inotify_include_file failed: %s` behind them.
  * @blocking on the file system (a `stat`).
  * @threads the poll loop's.
  * @note Instances that were enabled before are forgotten; enabled groups stay. Call
@@ -106,7 +107,9 @@ void lh_vrrp_info_deinit(void);
  * @return 0, or -1.
  * @errno  EINVAL for a group out of range; ENOMEM.
  * @log    `IS_ME check failed: group (%lu >= %lu) !!!` (the group minus one as an unsigned 32-bit
- *         number, 32). Debug line `malloc failed %s` (function `create_vrrp_group`).
+ *         number, 32). Debug line `malloc failed %s` (function `create_vrrp_group`). Once more for
+ *         the same range, which does not happen: `IS_ME check failed: gidx (%lu >= %lu) !!!`
+ *         (function `create_vrrp_group`).
  * @blocking no.
  * @threads the poll loop's.
  * @note The status is "Unknown" until the next lh_vrrp_info_update().
@@ -135,7 +138,8 @@ int lh_vrrp_group_info_update_disable(uint32_t group);
  * @errno  EINVAL for a Virtual Router Id out of range; ENOMEM.
  * @log    `IS_ME check failed: instance (%lu >= %lu) !!!` (the id minus one, 255). Debug lines
  *         `calloc failed %s` (function `create_vrf_instance`), `malloc failed %s` (function
- *         `create_vrrp_instance`).
+ *         `create_vrrp_instance`). Once more for the same range, which does not happen: `IS_ME
+ *         check failed: vridx (%lu >= %lu) !!!` (function `create_vrrp_instance`).
  * @blocking no.
  * @threads the poll loop's.
  */
@@ -165,19 +169,19 @@ int lh_vrrp_instance_info_update_disable(const char *netns, uint32_t vrid);
  * fault. What the file does not name is "Unknown", and so is everything while the file is missing.
  *
  * @return 0, or -1.
- * @errno  ENODATA, without a line, while nothing is followed; EIO when the watcher or the file could
- *         not be read, or the file's size is no multiple of 576 bytes; ENOENT when the file is
- *         empty. 0 after a good reading.
+ * @errno  ENODATA, without a line, while nothing is followed; EIO when the watcher or the file
+ *         could not be read, or the file's size is no multiple of 576 bytes; ENOENT when the file
+ *         is empty; kept while the tracker is not started. 0 after a good reading.
  * @log    `PTR_IS_NULL: ptr` (function `lh_inotify_process`) while the tracker is not started;
- *         `IS_NE check failed: remainder (%lu != %lu) !!!` (function `read_vrrp_info`) for a file of
- *         a wrong size; the lines of lh_file_size_get() and lh_inotify_process(). Debug lines:
- *         `lh_inotify_process failed: %s`; of `read_vrrp_info`: `open failed: %s` and
+ *         `IS_NE check failed: remainder (%lu != %lu) !!!` (function `read_vrrp_info`) for a file
+ *         of a wrong size; the lines of lh_file_size_get() and lh_inotify_process(); `IS_ME check
+ *         failed: vridx (%lu >= %lu) !!!` (function `create_vrrp_instance`), which does not happen.
+ *         Debug lines: `lh_inotify_process failed: %s`; of `read_vrrp_info`: `open failed: %s` and
  *         `mmap failed: %s` (with line number; the second one also when reading the bytes fails),
- *         `invalid Virtual Router Id %d`,
- *         `invalid VRRP group %d`, `create_vrf_instance failed: %s` (after `calloc failed %s` of
- *         `create_vrf_instance`), `create_vrrp_instance failed: %s` (after `malloc failed %s` of
- *         `create_vrrp_instance`), `unexpected status %d`;
- *         `VRRP group %d change status %s to %s`.
+ *         `invalid Virtual Router Id %d`, `invalid VRRP group %d`, `create_vrf_instance failed: %s`
+ *         (after `calloc failed %s` of `create_vrf_instance`), `create_vrrp_instance failed: %s`
+ *         (after `malloc failed %s` of `create_vrrp_instance`), `unexpected status %d`; `VRRP group
+ *         %d change status %s to %s`.
  * @blocking on the file system; see lh_inotify_process() for the seconds that arming a watch may
  *         take while the directory is being lost.
  * @threads the poll loop's.

@@ -156,8 +156,8 @@ int yaml_set_val_bool(yaml_emitter_t *emitter, yaml_event_t *event, const char *
  * @log    `PTR_IS_NULL: emitter`; `PTR_IS_NULL: event`; `PTR_IS_NULL: var`; `PTR_IS_NULL: val`.
  * @blocking as writing to the file does.
  * @threads one per emitter.
- * @note Deliberately plain, where yaml_set_val_char() quotes: a text such as `22`, `yes`, `null` or none
- *       is not a string to the reader. After a failure the key may stand without a value.
+ * @note Deliberately plain, where yaml_set_val_char() quotes: a text such as `22`, `yes`, `null` or
+ *       none is not a string to the reader. After a failure the key may stand without a value.
  */
 int yaml_set_val_str(yaml_emitter_t *emitter, yaml_event_t *event, const char *var,
                      const char *val);
@@ -267,7 +267,8 @@ int yaml_prepare_data(yaml_emitter_t *emitter, yaml_event_t *event, FILE *config
  * @blocking as writing to the file does.
  * @threads one per emitter.
  * @note After -1 what had been emitted is in the file all the same, unless writing to it, or the
- *       memory for the event that libyaml was looking ahead to, is what failed. Closing a closed emitter gives -1 and does nothing.
+ *       memory for the event that libyaml was looking ahead to, is what failed. Closing a closed
+ *       emitter gives -1 and does nothing.
  * @note 0 says that the C stream took the text. The stream has a buffer of its own: the result of
  *       the caller's `fclose` or `fflush` tells whether it reached the file.
  */

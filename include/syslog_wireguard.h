@@ -57,7 +57,7 @@ int syslog_wireguard_parse_mnemonic(const char *mnemonic);
  *                     set: `flags` is not looked at then.
  * @param use_defaults non-zero saves the defaults: dbg off, err on.
  * @return 0, or -1.
- * @errno  of the failing call.
+ * @errno  of the failing call; kept for a null argument.
  * @log    `PTR_IS_NULL: flags`; `PTR_IS_NULL: file` and then `<%s> fopen %s failed` (this function's
  *         name, path).
  * @blocking on the file system.
@@ -94,7 +94,8 @@ int syslog_wireguard_set_default_log_config(int force);
  * @param flags where they go; null is logged. A flag whose line is missing keeps its value; of
  *              several lines for one flag the last one counts. On is exactly the value 1.
  * @return 0, or -1; the flags of the lines before a bad one have been set then.
- * @errno  of the failing call.
+ * @errno  of the failing call; kept for a null argument; of no meaning when a line is not
+ *         understood.
  * @log    `PTR_IS_NULL: flags`; `can't open file '%s'`; `can't parse line: '%s'` (the line with its
  *         newline); `<%s> invalid mnemonic '%s' in file` (this function's name, the mnemonic); the
  *         lines of syslog_wireguard_set_default_log_config().
@@ -112,7 +113,7 @@ int syslog_wireguard_read_flags_from_savefile(syslog_wireguard_flags_t *flags);
  * @param flags where they go; **not checked for null**.
  * @return 0; -1 when the file cannot be opened or does not start with "0x" and a hexadecimal number.
  *         Nothing is logged.
- * @errno  of the failing call.
+ * @errno  of the failing call; of no meaning when the file does not start with a number.
  * @log    none.
  * @blocking on the kernel module.
  * @threads any.

@@ -123,6 +123,12 @@ class TheManualPages(unittest.TestCase):
         found = set(re.findall(r'^(.*): "(\S+) - ', run.stdout, flags=re.M))
         self.assertLessEqual({(str(path), name) for path, name in paths.items()}, found)
 
+    def test_TheLogPageNamesEveryFunctionAsItsLinesDo(self) -> None:
+        page = (MAN / "man7" / "vyt-log-lines.7").read_text()
+        catalogue = log_lines.read_catalogue(SOURCE / "docs" / "log-lines.txt")
+        shown = {source.shown for line in catalogue.lines for source in line.sources}
+        self.assertEqual([name for name in sorted(shown) if f"\\fB{name}\\fR" not in page], [])
+
 
 class Links(HTMLParser):
     def __init__(self, path: Path) -> None:
@@ -210,6 +216,14 @@ class TheSource(unittest.TestCase):
         self.assertEqual(
             [re.sub(":\\d+", "", gap) for gap in gaps], ["lh_close.h: lh_close has no @blocking"]
         )
+
+    def test_NoLineOfAHeaderIsOverlong(self) -> None:
+        """The formatter does not touch comments. Rows of tables cannot be folded."""
+        for header in HEADERS:
+            text = (SOURCE / "include" / header).read_text()
+            for number, line in enumerate(text.splitlines(), 1):
+                if not line.startswith(" * |"):
+                    self.assertLessEqual(len(line), 102, f"{header}:{number}")
 
     def test_AnUndocumentedConstantIsFound(self) -> None:
         gaps = self.gaps_after("syslog_ipsec.h", ' /**< "tls" */', "")

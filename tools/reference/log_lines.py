@@ -6,8 +6,10 @@ that write it, what it means and what to do. That of a check has a row for each 
 
     operand: text | functions | meaning | action, unless the stanza has one for all of its rows
 
-A function that writes a line in another one's place is followed by those that it speaks for:
-"create_file for lh_inotify_include_file". One line may have several stanzas.
+A function is named as the line names it. Where a daemon may have called another one, all exported
+functions that it may have called follow, the named one only if it is among them: "lh_close for
+lh_close lh_poll_ctx_close_all", "create_file for lh_inotify_include_file lh_vrrp_info_init". One
+line may have several stanzas.
 """
 import re
 from dataclasses import dataclass, field
@@ -30,10 +32,14 @@ EXAMPLE_PREFIX = re.compile(r"^<mydaemon\(1234\):\w+:\d+> ")
 
 @dataclass
 class Source:
-    """The function that a line names, and the exported ones it speaks for (itself, or others)."""
+    """The function that a line names, and the exported ones that the daemon may have called."""
 
     shown: str
     spoken_for: list[str]
+
+    @property
+    def is_alone(self) -> bool:
+        return self.spoken_for == [self.shown]
 
 
 @dataclass
@@ -93,11 +99,13 @@ class CatalogueError(Exception):
 
 
 def read_sources(text: str) -> list[Source]:
-    """`a, b for c d`: a speaks for itself, b for c and d. `b for` speaks for no function."""
+    """`a, b for c d`: a speaks for itself, b for c and d."""
     sources = []
     for item in text.split(","):
         shown, *others = item.split()
-        sources.append(Source(shown, others[1:] if others else [shown]))
+        if others and (others[0] != "for" or others[1:] in ([], [shown])):
+            raise CatalogueError(f"nobody to speak for: {item.strip()}")
+        sources.append(Source(shown, others[1:] or [shown]))
     return sources
 
 
@@ -172,16 +180,19 @@ def read_catalogue(path: Path) -> Catalogue:
 
 @dataclass
 class Promise:
-    """What a function's comment says about its lines."""
+    """What a function's comment says about its lines, and about errno behind them."""
 
     function: str
     header: str
+    parameters: list[str]
     spans: list[str]  # the words in code type
     referred: list[str]  # functions whose lines may come, too
+    errno: str
 
 
+PARAMETER = re.compile(r"\b(\w+)(?:\[\w*\])*(?=[,)])")
 COMMENT = re.compile(r"/\*\*((?:(?!\*/).)*)\*/\s*((?:(?!/\*)[^;])*;)", re.DOTALL)
-LOG = re.compile(r"@log\s+(.*?)(?=\n@|\Z)", re.DOTALL)
+FIELD = re.compile(r"^@(errno|log)\s+(.*?)(?=\n@|\Z)", re.DOTALL | re.MULTILINE)
 # lh_bf.h says once what each of its functions checks.
 BIT_FIELD = "the lines about a record that is not valid"
 BIT_FIELD_LINES = [
@@ -194,17 +205,18 @@ BIT_FIELD_LINES = [
 def promise_of(header: str, comment: str, declaration: str) -> Promise | None:
     name = re.search(r"(\w+)\s*\(", declaration)
     text = re.sub(r"^ *\* ?", "", comment, flags=re.M)
-    log = LOG.search(text)
-    if not name or not log or "typedef" in declaration:
+    fields = {key: " ".join(words.split()) for key, words in FIELD.findall(text)}
+    if not name or "log" not in fields or "typedef" in declaration:
         return None
-    words = " ".join(log[1].split())
+    words = fields["log"]
     spans = re.findall(r"`([^`]*)`", words)
     if BIT_FIELD in words:
         for record in ("dst", "src") if name[1] == "lh_bf_and" else ("bf",):
             spans += [line.format(record) for line in BIT_FIELD_LINES]
         spans = [span for span in spans if not span.endswith("...")]
     referred = re.findall(r"\b(\w+)\(\)", re.sub(r"`[^`]*`", "", words))
-    return Promise(name[1], header, spans, referred)
+    parameters = PARAMETER.findall(declaration)
+    return Promise(name[1], header, parameters, spans, referred, fields.get("errno", ""))
 
 
 def read_promises(include: Path) -> dict[str, Promise]:

@@ -4,7 +4,7 @@ import textwrap
 from pathlib import Path
 
 import texts
-from log_lines import Catalogue, Line
+from log_lines import Catalogue, Line, Source
 from model import Blocks, Family, Member, Spans
 from snippets import Snippet
 
@@ -325,10 +325,12 @@ class Manual:
         if line.values:
             page.macro(".br")
             page.text("\\fIValues:\\fR " + self.prose(line.values) + ".")
-        if line.functions:
-            page.macro(".br")
-            names = ", ".join(f"\\fB{name}\\fR(3)" for name in line.functions)
-            page.text(f"\\fIFrom:\\fR {names}.")
+        page.macro(".br")
+        page.text("\\fIFrom:\\fR " + ", ".join(map(self.source, line.sources)) + ".")
+
+    def source(self, source: Source) -> str:
+        whom = " ".join(f"\\fB{name}\\fR(3)" for name in source.spoken_for)
+        return whom if source.is_alone else f"\\fB{source.shown}\\fR for {whom}"
 
     # All of them --------------------------------------------------------------------------------
 

@@ -7,7 +7,7 @@ from pathlib import Path
 from string import Template
 
 import texts
-from log_lines import Catalogue, Line
+from log_lines import Catalogue, Line, Source
 from man import describe_kind
 from model import Blocks, Family, Member, Spans
 from snippets import Snippet
@@ -309,28 +309,22 @@ class Site:
             if line.kind == "error"
             else f'<span class="kind">{escape(describe_kind(line))}</span>'
         )
-        functions = ", ".join(self.link(name, name) for name in line.functions)
-        shown = sorted({s.shown for s in line.sources} - set(line.functions) - {"?"})
-        under = (
-            f" (the line names {', '.join(f'<code>{name}</code>' for name in shown)})"
-            if shown
-            else ""
-        )
         details = (
             f"<p>{self.linked(line.meaning)}</p><p class=action>{self.linked(line.action)}</p>"
         )
         if line.values:
             details += f"<p class=values>Values: {escape(line.values)}.</p>"
-        if functions:
-            details += f"<p class=from>From {functions}{under}.</p>"
-        elif under:
-            details += f"<p class=from>From inside the library{under}.</p>"
+        details += f"<p class=from>From {', '.join(map(self.source, line.sources))}.</p>"
         pattern = html.escape(line_pattern(line))
         return (
             f'<article class="line" id="{self.anchors[id(line)]}" data-pattern="{pattern}" '
             f'data-from="{shown_names(line)}">'
             f"<h3><code>{escape(line.text)}</code>{kind}</h3>{details}</article>"
         )
+
+    def source(self, source: Source) -> str:
+        whom = " ".join(self.link(name, name) for name in source.spoken_for)
+        return whom if source.is_alone else f"<code>{escape(source.shown)}</code> for {whom}"
 
     # Search -------------------------------------------------------------------------------------
 
