@@ -32,6 +32,15 @@ mode_t lh_file_mode(const char *path)
     return st.st_mode;
 }
 
+// As the kernel answers, also for no path, which the C library does not allow to be asked.
+int status_of(const char *path, struct stat *st)
+{
+    if (path != nullptr)
+        return stat(path, st);
+    errno = EFAULT;
+    return -1;
+}
+
 } // namespace
 
 int lh_file_is_exist(const char *path)
@@ -85,13 +94,13 @@ size_t lh_file_size_get(const char *path)
 unsigned int lh_file_get_inode(const char *path)
 {
     struct stat st;
-    return stat(path, &st) == 0 ? static_cast<unsigned int>(st.st_ino) : 0;
+    return status_of(path, &st) == 0 ? static_cast<unsigned int>(st.st_ino) : 0;
 }
 
 unsigned int lh_file_get_mode(const char *path)
 {
     struct stat st;
-    return stat(path, &st) == 0 ? st.st_mode : 0;
+    return status_of(path, &st) == 0 ? st.st_mode : 0;
 }
 
 int lh_file_text_alloc(const char *path, char **text, size_t *text_size)

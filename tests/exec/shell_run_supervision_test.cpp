@@ -178,11 +178,11 @@ TEST_F(ShellRunSupervision, TheMaximumTimesCallbackMayEndTheChild)
     body over = [&] {
         child = pid;
         wait_for_sleep(child);
-        return kill(pid, SIGINT);
+        return kill(pid, SIGUSR1);
     };
     on_max(milliseconds(30), &over);
     EXPECT_EQ(run("exec sleep 60"), 0);
-    EXPECT_EQ(WTERMSIG(reap(child)), SIGINT);
+    EXPECT_EQ(WTERMSIG(reap(child)), SIGUSR1);
 }
 
 TEST_F(ShellRunSupervision, ACommandWithinItsTimeIsNotTouched)
