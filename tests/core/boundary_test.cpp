@@ -302,6 +302,15 @@ TEST(Boundary, LinesGoToTheSymbolSyslogItself)
     EXPECT_THAT(undefined(), Each(Not(MatchesRegex("vsyslog|openlog|__.*syslog.*_chk"))));
 }
 
+TEST(Boundary, TheProcessIsLeftToTheDaemon)
+{
+    NEEDS_A_PLAIN_BUILD(); // a sanitizer asks the environment and ends processes
+    EXPECT_THAT(undefined(), Contains("fork"));
+    for (const char *name : {"getenv", "secure_getenv", "setenv", "pthread_create", "abort", "exit",
+                             "_exit", "openlog", "closelog"})
+        EXPECT_THAT(undefined(), Not(Contains(name)));
+}
+
 TEST(Boundary, LinksAreResolvedAtLoadAndReadOnlyAfterwards)
 {
     EXPECT_THAT(library().segment_flags(PT_GNU_RELRO), SizeIs(1));

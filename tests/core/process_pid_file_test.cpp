@@ -1,6 +1,7 @@
 #include <cerrno>
 #include <filesystem>
 #include <string>
+#include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
 
@@ -35,6 +36,22 @@ TEST_F(PidFile, HoldsThePidWithoutALineEnd)
     EXPECT_EQ(create(), 0);
     EXPECT_EQ(read_file(path_), own_pid_);
     EXPECT_EQ(lh_read_pid_file(path_.c_str()), getpid());
+}
+
+TEST_F(PidFile, HasTheModeThatTheUmaskLeaves)
+{
+    const struct {
+        mode_t umask, mode;
+    } cases[] = {{022, 0644}, {0137, 0640}, {0, 0666}};
+    const mode_t before = umask(0);
+    for (const auto &c : cases) {
+        umask(c.umask);
+        EXPECT_EQ(create(), 0);
+        struct stat st = {};
+        EXPECT_EQ(stat(path_.c_str(), &st), 0);
+        EXPECT_EQ(st.st_mode, S_IFREG | c.mode);
+    }
+    umask(before);
 }
 
 TEST_F(PidFile, ReplacesAnEarlierFile)
@@ -148,6 +165,13 @@ TEST_F(PidFile, ThatIsMissingIsReportedWithItsPath)
     EXPECT_EQ(lh_read_pid_file(path_.c_str()), -1);
     EXPECT_EQ(errno, ENOENT);
     EXPECT_LINES("lh_read_pid_file: failed to open pidfile '" + path_ + "'");
+}
+
+TEST_F(PidFile, ANullPathForReadingIsAFileThatCannotBeOpened)
+{
+    EXPECT_EQ(lh_read_pid_file(nullptr), -1);
+    EXPECT_EQ(errno, EFAULT);
+    EXPECT_LINES("lh_read_pid_file: failed to open pidfile '(null)'");
 }
 
 TEST_F(PidFile, AFailingOpenForReadingIsReportedAndTheNextOneWorks)

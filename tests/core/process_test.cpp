@@ -4,20 +4,18 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <climits>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fcntl.h>
 #include <filesystem>
 #include <string>
 #include <sys/prctl.h>
 #include <sys/wait.h>
-#include <thread>
 #include <unistd.h>
 #include <vector>
 
+#include "core/process_fixture.hpp"
 #include "lh_close.h"
 #include "support/faults.hpp"
 #include "support/log_capture.hpp"
@@ -119,11 +117,6 @@ class Zombie {
   private:
     pid_t pid_;
 };
-
-std::string proc(int pid, const std::string &file)
-{
-    return "/proc/" + std::to_string(pid) + "/" + file;
-}
 
 } // namespace
 
@@ -230,6 +223,22 @@ TEST_F(ProcessSelf, ANameThatIsNotFoundIsLookedForAgain)
     EXPECT_STREQ(name, program_invocation_short_name);
 }
 
+TEST_F(ProcessSelf, ANameThatIsReadEmptyIsLookedForAgain)
+{
+    OWN_PROCESS();
+    Faults faults;
+    faults.replace("read", reinterpret_cast<void *>(read_contents));
+    for (int attempt = 0; attempt < 2; attempt++) {
+        file_contents = std::string("/usr/sbin/\0-f\0", 14);
+        EXPECT_STREQ(lh_process_self_name_get(), "");
+        EXPECT_LINES("<lh_process_self_name_get:#> lh_process_name_get_by_pid failed");
+    }
+    file_contents = std::string("/usr/sbin/mydaemon\0", 19);
+    EXPECT_STREQ(lh_process_self_name_get(), "mydaemon");
+    file_contents = std::string("other\0", 6);
+    EXPECT_STREQ(lh_process_self_name_get(), "mydaemon");
+}
+
 TEST_F(ProcessSelf, AnErrorLineFindsTheNameAndKeepsErrno)
 {
     OWN_PROCESS();
@@ -298,6 +307,18 @@ TEST_F(ProcessName, OfAProcessWithoutCommandLineIsThePreviousOne)
     EXPECT_STREQ(lh_process_name_get_by_pid(zombie.pid()), "mydaemon");
 }
 
+TEST_F(ProcessName, ThatIsReadWithoutAnEndKeepsTheTailOfThePreviousOne)
+{
+    Faults faults;
+    faults.replace("read", reinterpret_cast<void *>(read_contents));
+    file_contents = std::string("mydaemon\0", 9);
+    EXPECT_STREQ(lh_process_name_get_by_pid(getpid()), "mydaemon");
+    file_contents = "ab";
+    EXPECT_STREQ(lh_process_name_get_by_pid(getpid()), "abdaemon");
+    file_contents = "/bin/";
+    EXPECT_STREQ(lh_process_name_get_by_pid(getpid()), "mon");
+}
+
 TEST_F(ProcessName, OfNoProcessIsEmptyAndLoggedForDebugging)
 {
     const Daemon daemon({"/usr/sbin/mydaemon"});
@@ -327,99 +348,6 @@ TEST_F(ProcessName, AFailingReadIsReportedAndTheNextOneWorks)
                  "' failed");
     EXPECT_EQ(open_descriptors(), before);
     EXPECT_STREQ(lh_process_name_get_by_pid(daemon.pid()), "mydaemon");
-}
-
-// Names of threads -------------------------------------------------------------------------------
-
-class ThreadName : public LogTest {
-  protected:
-    // Gives a thread a name, and answers what the library says about it.
-    static std::string name_of_thread_called(const char *name)
-    {
-        std::string answer;
-        std::thread([&] {
-            prctl(PR_SET_NAME, name);
-            answer = lh_process_name_get_by_itid(getpid(), gettid());
-        }).join();
-        return answer;
-    }
-};
-
-TEST_F(ThreadName, IsTheThreadsOwn)
-{
-    const auto before = open_descriptors();
-    EXPECT_EQ(name_of_thread_called("worker"), "worker");
-    EXPECT_EQ(name_of_thread_called("fifteen letters"), "fifteen letters");
-    EXPECT_EQ(name_of_thread_called(""), "");
-    EXPECT_EQ(open_descriptors(), before);
-}
-
-TEST_F(ThreadName, OfNoThreadIsEmptyWithoutALine)
-{
-    const char *buffer = lh_process_name_get_by_itid(getpid(), getpid());
-    EXPECT_STRNE(buffer, "");
-    EXPECT_EQ(lh_process_name_get_by_itid(getpid(), 0), buffer);
-    EXPECT_STREQ(buffer, "");
-    EXPECT_EQ(errno, ENOENT);
-}
-
-TEST_F(ThreadName, AFailingReadIsReportedAndClearsTheBuffer)
-{
-    const char *buffer = lh_process_name_get_by_itid(getpid(), getpid());
-    const std::string name = buffer;
-    const auto before = open_descriptors();
-    Faults faults;
-    faults.fail("read", EIO);
-    EXPECT_EQ(lh_process_name_get_by_itid(getpid(), getpid()), buffer);
-    EXPECT_EQ(errno, EIO);
-    EXPECT_STREQ(buffer, "");
-    EXPECT_LINES("<lh_process_name_get_by_itid:#> read '" +
-                 proc(getpid(), "task/" + std::to_string(getpid()) + "/comm") + "' failed");
-    EXPECT_EQ(open_descriptors(), before);
-    EXPECT_EQ(lh_process_name_get_by_itid(getpid(), getpid()), name);
-}
-
-static std::string file_contents;
-
-static ssize_t read_contents(int, void *data, size_t size)
-{
-    const size_t length = std::min(size, file_contents.size());
-    memcpy(data, file_contents.data(), length);
-    return static_cast<ssize_t>(length);
-}
-
-TEST_F(ThreadName, EndsAtTheFirstNewline)
-{
-    Faults faults;
-    faults.replace("read", reinterpret_cast<void *>(read_contents));
-    file_contents = "two\nlines\n";
-    EXPECT_STREQ(lh_process_name_get_by_itid(getpid(), getpid()), "two");
-    file_contents = "\n";
-    EXPECT_STREQ(lh_process_name_get_by_itid(getpid(), getpid()), "");
-    file_contents = "none";
-    EXPECT_STREQ(lh_process_name_get_by_itid(getpid(), getpid()), "none");
-    file_contents = std::string(300, 'x');
-    EXPECT_EQ(lh_process_name_get_by_itid(getpid(), getpid()), std::string(255, 'x'));
-}
-
-static std::vector<std::string> opened;
-
-static int open_nothing(const char *path, int, mode_t)
-{
-    opened.push_back(path);
-    errno = ENOENT;
-    return -1;
-}
-
-TEST_F(ThreadName, NumbersAreWidenedWithTheirSign)
-{
-    Faults faults;
-    opened.clear();
-    faults.replace("open", reinterpret_cast<void *>(open_nothing));
-    EXPECT_STREQ(lh_process_name_get_by_itid(-1, INT_MIN), "");
-    EXPECT_STREQ(lh_process_name_get_by_itid(12, 34), "");
-    EXPECT_THAT(opened, ElementsAre("/proc/18446744073709551615/task/18446744071562067968/comm",
-                                    "/proc/12/task/34/comm"));
 }
 
 // Finding a pid by name --------------------------------------------------------------------------

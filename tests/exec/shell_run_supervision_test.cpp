@@ -2,6 +2,7 @@
 #include <cerrno>
 #include <csignal>
 #include <ctime>
+#include <fcntl.h>
 #include <filesystem>
 #include <string>
 #include <sys/timerfd.h>
@@ -92,6 +93,38 @@ TEST_F(ShellRunSupervision, TheLivenessDefaultIsRefused)
     EXPECT_EQ(armed[0].it_value.tv_nsec, 1000000000);
     end_and_reap(child);
     descriptors = open_descriptors(); // the refused timer's stays open
+}
+
+TEST_F(ShellRunSupervision, TheFirstTimerMayBeDescriptorZero)
+{
+    OWN_PROCESS();
+    close(STDIN_FILENO);
+    descriptors = open_descriptors();
+    std::string seen;
+    body look = [&] {
+        seen = std::filesystem::read_symlink("/proc/self/fd/0");
+        return 0;
+    };
+    on_check({}, &look);
+    for (const long seconds :
+         {0, 60}) { // first is the timer that looks for the end, then the limit
+        seen.clear();
+        opts.timer_max_period = {seconds, 0};
+        EXPECT_EQ(run("exit 3"), 0);
+        EXPECT_EQ(opts.exit_code, 3);
+        EXPECT_EQ(seen, "anon_inode:[timerfd]");
+        EXPECT_EQ(fcntl(STDIN_FILENO, F_GETFD), -1);
+    }
+
+    Faults faults;
+    pid_t child = 0;
+    faults.before("poll", [&](unsigned) { wait_for_sleep(child = pid); });
+    opts.timer_max_period = milliseconds(100);
+    opts.exit_code = untouched;
+    expect_failure("exec sleep 60");
+    EXPECT_LINES(line("timer expired"));
+    EXPECT_EQ(WTERMSIG(reap(child)), SIGTERM);
+    EXPECT_EQ(fcntl(STDIN_FILENO, F_GETFD), -1);
 }
 
 TEST_F(ShellRunSupervision, AnInterruptedPollGoesOn)

@@ -273,6 +273,11 @@ TEST_F(List, MissingArgumentsOfTheSearchAreLogged)
     EXPECT_LINES("lh_list_contains: PTR_IS_NULL: key");
     EXPECT_EQ(lh_list_contains_ex(&head, nullptr, nullptr), 0);
     EXPECT_LINES("lh_list_contains_ex: PTR_IS_NULL: key");
+    questions.clear();
+    answers = {1};
+    EXPECT_EQ(lh_list_contains_ex(&head, nullptr, scripted), 0);
+    EXPECT_LINES("lh_list_contains_ex: PTR_IS_NULL: key");
+    EXPECT_TRUE(questions.empty());
     EXPECT_EQ(lh_list_contains_ex(&head, "key", nullptr), 0);
     EXPECT_LINES("lh_list_contains_ex: PTR_IS_NULL: cmp");
 }

@@ -1,5 +1,8 @@
-// Which handlers a pass calls, and what handlers may do to the context meanwhile.
+// Which handlers a pass calls, and what handlers may do to the context meanwhile; when passes end
+// by the clock of the library that stands in for the board's.
 #include "loop/poll_ctx_fixture.hpp"
+
+#include <dlfcn.h>
 
 using namespace vyt::test;
 
@@ -233,4 +236,41 @@ TEST_F(PollCtxDispatch, ANestedRunOfTheLoopDoesNotCutThePassShort)
         return 2;
     });
     EXPECT_EQ(one_pass(), (fds{a.fd(), b.fd()}));
+}
+
+static int64_t nanoseconds(const timespec &time)
+{
+    return time.tv_sec * int64_t{1000000000} + time.tv_nsec;
+}
+
+// What the clock that the library asks says now.
+static timespec clock_reading()
+{
+    timespec now = {};
+    reinterpret_cast<int (*)(timespec *)>(dlsym(RTLD_DEFAULT, "clockgettime"))(&now);
+    return now;
+}
+
+TEST_F(PollCtxDispatch, PassesFollowEachOtherUntilTheClockHasReachedTheLimit)
+{
+    unsigned passes = 0;
+    PassAction action = [&] {
+        passes++;
+        return 0;
+    };
+    ASSERT_EQ(lh_poll_ctx_on_each_event_cb_set(&ctx, act_after_pass, &action), 0);
+    ctx.timeout = 1;
+    ctx.duration = 1;
+    // A machine that holds the process up for the whole second leaves it a single pass: then again.
+    for (int run = 0; run < 10 && passes < 2; run++) {
+        passes = 0;
+        ctx.stop = 0;
+        const timespec before = clock_reading();
+        lh_poll_ctx_main_loop(&ctx);
+        const timespec after = clock_reading();
+        EXPECT_EQ(ctx.stop, 1);
+        EXPECT_GE(nanoseconds(ctx.end_time), nanoseconds(before) + 1000000000);
+        EXPECT_GE(nanoseconds(after), nanoseconds(ctx.end_time)) << "not before the clock says so";
+    }
+    EXPECT_GE(passes, 2u);
 }

@@ -387,6 +387,43 @@ TEST_F(PollCtxLoop, TheRunTimeLimitIsLookedAtOnlyAfterAPass)
     EXPECT_EQ(limit_checks, 1u);
 }
 
+TEST_F(PollCtxLoop, ALimitInThePastIsOnePass)
+{
+    for (const int duration : {-1, -5, INT32_MIN}) {
+        board_time = {1000, 250};
+        ctx.duration = duration;
+        ctx.stop = 0;
+        unsigned passes = 0;
+        use_scripted_poll([&](pollfd *, nfds_t, int) {
+            ctx.stop = ++passes == 10; // it fails, but it ends
+            return 0;
+        });
+        lh_poll_ctx_main_loop(&ctx);
+        EXPECT_EQ(passes, 1u) << duration;
+        EXPECT_EQ(ctx.end_time.tv_sec, 1000 + int64_t{duration});
+        EXPECT_EQ(ctx.end_time.tv_nsec, 250);
+        EXPECT_EQ(ctx.stop, 1);
+    }
+}
+
+TEST_F(PollCtxLoop, TheRunTimeLimitIsLookedAtAfterAnInterruptedPoll)
+{
+    ctx.duration = 3;
+    unsigned passes = 0;
+    use_scripted_poll([&](pollfd *, nfds_t, int) {
+        ctx.stop = ++passes == 10; // it fails, but it ends
+        board_time.tv_sec++;
+        errno = EINTR;
+        return -1;
+    });
+    lh_poll_ctx_main_loop(&ctx);
+    EXPECT_EQ(passes, 3u);
+    EXPECT_EQ(limit_checks, 3u);
+    EXPECT_EQ(ctx.poll_rc, -1);
+    EXPECT_EQ(ctx.stop, 1);
+    EXPECT_NO_LINES();
+}
+
 TEST_F(PollCtxLoop, WithoutALimitTheClockIsNotRead)
 {
     ctx.timeout = 1;

@@ -97,6 +97,7 @@ TEST_F(NetnsFd, OpensTheHandleForReading)
     ASSERT_EQ(fstat(fd, &status), 0);
     EXPECT_EQ(status.st_ino, red);
     EXPECT_EQ(fcntl(fd, F_GETFL) & O_ACCMODE, O_RDONLY);
+    EXPECT_EQ(fcntl(fd, F_GETFD) & FD_CLOEXEC, 0) << "programs that the daemon starts inherit it";
     EXPECT_EQ(close(fd), 0);
 }
 

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <mutex>
 #include <optional>
+#include <stdexcept>
 #include <syslog.h>
 #include <unistd.h>
 
@@ -21,6 +22,7 @@ constexpr int spoiled_errno = 4242;
 std::mutex mutex;
 std::vector<std::string> lines;
 std::string syslog_format;
+debug_call last_call;
 unsigned debug_flags;
 int debug_answer = 1;
 unsigned flag_questions;
@@ -33,6 +35,39 @@ std::string render(const char *format, va_list args)
     std::string rendered = length < 0 ? "unprintable" : std::string(text, length);
     free(text);
     return rendered;
+}
+
+// The argument of a conversion: s, d, u, x, o, with an l before it where the number is long.
+std::string next_argument(char conversion, bool is_long, va_list *args)
+{
+    switch (conversion) {
+    case 's':
+        return va_arg(*args, const char *);
+    case 'd':
+        return std::to_string(is_long ? va_arg(*args, long) : va_arg(*args, int));
+    case 'u':
+    case 'x':
+    case 'o':
+        return std::to_string(is_long ? va_arg(*args, unsigned long) : va_arg(*args, unsigned));
+    default:
+        throw std::runtime_error("log_capture.cpp does not know the conversion");
+    }
+}
+
+std::vector<std::string> arguments_of(const char *format, va_list given)
+{
+    std::vector<std::string> arguments;
+    va_list args;
+    va_copy(args, given);
+    for (const char *at = format; (at = strchr(at, '%')) != nullptr; at++) {
+        if (*++at == '%')
+            continue;
+        const bool is_long = *at == 'l';
+        at += is_long;
+        arguments.push_back(next_argument(*at, is_long, &args));
+    }
+    va_end(args);
+    return arguments;
 }
 
 std::string own_prefix()
@@ -113,6 +148,12 @@ void keep_format(const char *format)
     syslog_format = format;
 }
 
+void remember(int priority, const char *format, va_list args)
+{
+    const std::lock_guard lock(mutex);
+    last_call = {priority, format, arguments_of(format, args)};
+}
+
 void keep(std::string line)
 {
     const std::lock_guard lock(mutex);
@@ -132,6 +173,12 @@ std::string last_syslog_format()
 {
     const std::lock_guard lock(mutex);
     return syslog_format;
+}
+
+debug_call last_debug_call()
+{
+    const std::lock_guard lock(mutex);
+    return last_call;
 }
 
 void set_debug_flags(unsigned flags)
@@ -157,6 +204,7 @@ void set_alive_mgr_pid(int pid)
 ColdLogTest::ColdLogTest()
 {
     take_lines();
+    last_call = {};
     take_flag_questions();
     set_debug_flags(0);
     set_debug_answer(1);
@@ -203,6 +251,7 @@ void SYSLOG_message(int priority, const char *format, ...)
 {
     va_list args;
     va_start(args, format);
+    remember(priority, format, args);
     std::string text = render(format, args);
     va_end(args);
     keep(short_debug_line(priority, std::move(text)));

@@ -29,6 +29,17 @@ std::vector<std::string> take_lines();
 // The format that syslog was handed last, as it came.
 std::string last_syslog_format();
 
+// A call of the board's debug log as the library made it. A line does not tell what stood in the
+// format and what was an argument.
+struct debug_call {
+    int priority = -1;
+    std::string format;
+    std::vector<std::string> arguments; // numbers in decimal
+};
+
+// The last one; none is a call without a format.
+debug_call last_debug_call();
+
 // Which debug flags are on; all are off at the start.
 void set_debug_flags(unsigned flags);
 // What SYSLOG_flag_get answers for a flag that is on (its low byte decides); 1 at the start.

@@ -2,12 +2,22 @@
 #include "lh_inotify.h"
 
 #include <cerrno>
+#include <linux/capability.h>
+#include <sys/syscall.h>
 
 #include "watch/watcher.hpp"
 
 using namespace vyt::test;
 
 class Arming : public WatcherTest {};
+
+// Permissions hold for this process from now on, as they do not for root otherwise.
+static void obey_permissions()
+{
+    __user_cap_header_struct header = {_LINUX_CAPABILITY_VERSION_3, 0};
+    __user_cap_data_struct none[_LINUX_CAPABILITY_U32S_3] = {};
+    ASSERT_EQ(syscall(SYS_capset, &header, none), 0) << strerror(errno);
+}
 
 TEST_F(Arming, AFileIsTriedThreeTimesAQuarterSecondApart)
 {
@@ -158,6 +168,53 @@ TEST_F(Arming, ARefusedWatchWithoutAModeSaysSo)
                  "Too many levels of symbolic links",
                  "INOTIFY_DBG <inotify_state_loop:#> create_watch_fd failed: Permission denied",
                  "INOTIFY_DBG <inotify_state_loop> state WATCH_DIRECTORY to LOST_DIRECTORY (f)");
+}
+
+TEST_F(Arming, WhatCannotBeReachedIsRefusedWithoutAskingTheKernel)
+{
+    OWN_PROCESS();
+    make_directory(temp / "locked");
+    make_directory(temp / "locked/d");
+    ASSERT_EQ(chmod((temp / "locked").c_str(), 0), 0);
+    set_debug_flags(inotify_dbg);
+    obey_permissions();
+    follow_in(temp / "locked/d", "f");
+    EXPECT_LINES("INOTIFY_DBG <create_file:#> state INIT to WATCH_DIRECTORY (f)");
+    errno = 0;
+    process();
+    EXPECT_EQ(errno, EACCES);
+    EXPECT_EQ(pauses, std::vector<useconds_t>(8, 250000));
+    EXPECT_EQ(faults.calls("inotify_add_watch"), 0u);
+    EXPECT_LINES("INOTIFY_DBG <create_watch_fd> lh_file_get_mode failed Permission denied",
+                 "INOTIFY_DBG <inotify_state_loop:#> create_watch_fd failed: Permission denied",
+                 "INOTIFY_DBG <inotify_state_loop> state WATCH_DIRECTORY to LOST_DIRECTORY (f)");
+    ASSERT_EQ(chmod((temp / "locked").c_str(), 0700), 0);
+    process();
+    EXPECT_LINES("INOTIFY_DBG <inotify_state_loop> state LOST_DIRECTORY to WATCH_DIRECTORY (f)");
+    expect_watches({directory_watch(temp / "locked/d")});
+}
+
+TEST_F(Arming, AFileThatMayNotBeWatchedIsTriedFiftyTimesInATurn)
+{
+    OWN_PROCESS();
+    write_file(temp / "f", "1");
+    ASSERT_EQ(chmod((temp / "f").c_str(), 0210), 0); // there, but not to be read
+    set_debug_flags(inotify_dbg);
+    obey_permissions();
+    follow("f");
+    EXPECT_LINES("INOTIFY_DBG <create_file:#> state INIT to WATCH_FILE (f)");
+    EXPECT_EQ(calls_in_pass("f"), 0); // a removal in the first pass is not reported
+    std::vector<std::string> expected;
+    for (int tries = 0; tries < 50; tries++) {
+        expected.push_back("INOTIFY_DBG <create_watch_fd> got EACCES, '" + dir() +
+                           "/f' mode is 100210");
+        expected.push_back(
+            "INOTIFY_DBG <inotify_state_loop:#> create_watch_fd failed: Permission denied");
+    }
+    expected.push_back("INOTIFY_DBG <inotify_state_loop> can't do state transition");
+    EXPECT_EQ(take_lines(), expected);
+    EXPECT_EQ(faults.calls("inotify_add_watch"), 50u * 3 + 50); // its directory between them
+    EXPECT_EQ(pauses, std::vector<useconds_t>(50 * 2, 250000));
 }
 
 TEST_F(Arming, AModeOfZeroCountsAsNone)
@@ -313,6 +370,29 @@ TEST_F(Arming, ADirectoryThatCannotBeCreatedGivesEperm)
         EXPECT_EQ(lh_inotify_exclude_file(watcher, parent_dir.c_str(), "f"), 0);
     }
     EXPECT_EQ(umask(umask_before), 031u);
+}
+
+TEST_F(Arming, ADirectoryBelowOneThatMayNotBeSearchedGivesEperm)
+{
+    OWN_PROCESS();
+    make_directory(temp / "locked");
+    ASSERT_EQ(chmod((temp / "locked").c_str(), 0), 0);
+    set_debug_flags(inotify_dbg);
+    obey_permissions();
+    follow_in(temp / "locked/d", "f", LH_INOTIFY_CREATE_DIR);
+    EXPECT_LINES("INOTIFY_DBG <create_file:#> state INIT to WATCH_DIRECTORY (f)");
+    errno = 0;
+    process();
+    EXPECT_EQ(errno, EPERM);
+    EXPECT_TRUE(pauses.empty());
+    EXPECT_EQ(faults.calls("inotify_add_watch"), 0u);
+    EXPECT_LINES(
+        "lh_dir_create: cannot create '" + (temp / "locked/d") + "': Permission denied",
+        "INOTIFY_DBG <create_watch_fd> lh_dir_create failed",
+        "INOTIFY_DBG <inotify_state_loop:#> create_watch_fd failed: Operation not permitted",
+        "INOTIFY_DBG <inotify_state_loop> state WATCH_DIRECTORY to LOST_DIRECTORY (f)");
+    EXPECT_EQ(chmod((temp / "locked").c_str(), 0700), 0);
+    EXPECT_EQ(inode_of(temp / "locked/d"), 0u);
 }
 
 TEST_F(Arming, WithoutMemoryTheDirectoryIsNotCreated)

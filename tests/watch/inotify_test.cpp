@@ -92,6 +92,30 @@ TEST_F(Inotify, FreeAfterAFailedRestartClosesNothing)
     EXPECT_EQ(faults.calls("close"), closes);
 }
 
+TEST_F(Inotify, TheDescriptorMayBeZero)
+{
+    OWN_PROCESS();
+    close(STDIN_FILENO);
+    lh_inotify_free(&watcher);
+    watcher = lh_inotify_create();
+    ASSERT_EQ(fd(), 0);
+    follow("f");
+    process();
+    write_file(temp / "f", "1");
+    EXPECT_TRUE(is_readable(0));
+    EXPECT_EQ(calls_in_pass("f"), 1);
+    faults.fail("inotify_init1", EMFILE);
+    EXPECT_EQ(lh_inotify_restart(watcher), -1);
+    EXPECT_EQ(fcntl(0, F_GETFD), -1);
+    for (int restarts = 0; restarts < 2; restarts++) {
+        EXPECT_EQ(lh_inotify_restart(watcher), 0);
+        EXPECT_EQ(calls_in_pass("f"), 1);
+        expect_watches({file_watch(temp / "f")});
+    }
+    lh_inotify_free(&watcher);
+    EXPECT_EQ(fcntl(0, F_GETFD), -1);
+}
+
 TEST_F(Inotify, CreateWithoutMemoryGivesNull)
 {
     const auto before = open_descriptors();
