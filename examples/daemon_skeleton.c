@@ -83,7 +83,7 @@ static int on_signal(int fd, void *arg)
     struct signalfd_siginfo signal;
 
     if (read(fd, &signal, sizeof(signal)) != (ssize_t)sizeof(signal))
-        return -1;
+        return 0; /* there was none; the loop does not look at a handler's result */
     if (signal.ssi_signo == SIGHUP)
         on_reload(daemon);
     else
@@ -119,7 +119,8 @@ static int add(struct skeleton *daemon, const char *name, int fd, lh_poll_ctx_fd
 /* The pid file ---------------------------------------------------------------------------------- */
 
 /* Is the process of the pid file alive, and one of ours? A pid file that was left behind may name a
-   process that has nothing to do with this daemon. */
+   process that has nothing to do with this daemon. Two that start in the same moment are not kept
+   apart: that is the supervisor's part, or a lock's. */
 static bool is_running(const char *pid_file)
 {
     if (!lh_file_is_exist(pid_file)) /* reading a missing one would log an error */

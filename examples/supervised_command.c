@@ -37,7 +37,7 @@ static const char help[] =
     "  -h, --help  show this text\n"
     "\n"
     "Ends with the command's exit code, with 124 when the limit was reached, with 2 for wrong\n"
-    "arguments, with 1 when the command could not be run.\n";
+    "arguments, with 1 when the command could not be run or was ended by a signal.\n";
 
 struct run {
     int32_t pid; /* of the child while it runs: the library keeps it up to date */
@@ -108,6 +108,9 @@ static int run_cksum(struct run *run, const char *file, int limit)
         fprintf(stderr, "supervised_command: gave up after %d s\n", limit);
         return EXIT_LIMIT;
     }
+    if (rc !=
+        0) /* not run: the library has said why; or ended by a signal, which it keeps to itself */
+        fputs("supervised_command: cksum did not end by itself\n", stderr);
     return rc == 0 ? opts.exit_code : 1;
 }
 

@@ -222,7 +222,7 @@ static int on_signal(int fd, void *arg)
     struct signalfd_siginfo signal;
 
     if (read(fd, &signal, sizeof(signal)) != (ssize_t)sizeof(signal))
-        return -1;
+        return 0; /* there was none; the loop does not look at a handler's result */
     switch (signal.ssi_signo) {
     case SIGHUP:
         restart(monitor);
@@ -256,6 +256,9 @@ static void drop_hung_up(struct monitor *monitor)
         syslog(LOG_WARNING, "descriptor %d (%s) has hung up", fd, loop->pfd[i].name);
         if (fd == monitor->vrrp_fd) {
             restart(monitor);
+        } else if (fd == STDIN_FILENO || fd == monitor->table.log_fd) {
+            lh_poll_ctx_fd_del(loop, fd); /* the table's, which needs both */
+            end(monitor);
         } else {
             lh_poll_ctx_fd_del(loop, fd);
             lh_close(&fd);

@@ -10,6 +10,7 @@
 #include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "vrrp_scenario.h"
 
@@ -152,12 +153,22 @@ static bool is_fifo(const char *path)
 static FILE *wait_for_writer(const char *fifo, FILE *before)
 {
     int fd = open(fifo, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    int error = errno;
     if (before != NULL)
         fclose(before);
-    struct pollfd readable = {.fd = fd, .events = POLLIN};
-    if (fd < 0 || poll(&readable, 1, -1) < 0 || fcntl(fd, F_SETFL, 0) != 0)
+    errno = error;
+    if (fd < 0)
         return NULL;
-    return fdopen(fd, "r");
+    struct pollfd readable = {.fd = fd, .events = POLLIN};
+    FILE *lines = NULL;
+    if (poll(&readable, 1, -1) >= 0 && fcntl(fd, F_SETFL, 0) == 0)
+        lines = fdopen(fd, "r");
+    if (lines == NULL) {
+        error = errno;
+        close(fd);
+        errno = error;
+    }
+    return lines;
 }
 
 void notify_follow(const char *fifo, struct notified *instances, size_t count, const char *path)

@@ -64,6 +64,8 @@ static bool write_aside_and_rename(const char *path, const char *bytes, size_t l
     bool done = write_with(O_TRUNC, aside, bytes, length);
     if (done && rename(aside, path) != 0)
         done = status_file_failed("replace", path);
+    if (!done)
+        unlink(aside);
     free(aside);
     return done;
 }

@@ -93,7 +93,10 @@ static int replace(const char *path, const struct config *config)
         return -1;
     }
     int rc = write_document(file, config);
-    if (fclose(file) != 0) /* only this tells that the text has reached the file */
+    /* On the disk before the name is: else a power cut might leave the new name with nothing in it. */
+    if (fflush(file) != 0 || fsync(fileno(file)) != 0)
+        rc = -1;
+    if (fclose(file) != 0)
         rc = -1;
     if (rc == 0)
         rc = rename(aside, path);

@@ -1,10 +1,14 @@
 #!/usr/bin/env python3
 """Holds every include of the library's sources against the arrows between its rooms."""
 import re
+import sys
 import unittest
 from pathlib import Path
 
 TREE = Path(__file__).resolve().parents[1]
+sys.path.insert(0, str(TREE / "tools" / "reference"))
+
+from boundary import exports
 SOURCES = TREE / "src"
 HEADERS = TREE / "include"
 
@@ -45,10 +49,8 @@ def defining_rooms(name: str) -> set[str]:
 def rooms_of_headers() -> dict[str, set[str]]:
     """The rooms that define what each public header declares: one each, where all is well."""
     rooms = {header: {room} for header, room in WITHOUT_SYMBOLS.items()}
-    sections = re.split(r"/\* (\w+\.h) \*/", (SOURCES / "exports.map").read_text())
-    for header, section in zip(sections[1::2], sections[2::2]):
-        names = re.findall(r"^    (\w+);$", section, flags=re.M)
-        rooms[header] = set().union(*map(defining_rooms, names))
+    for name, header in exports(TREE).items():
+        rooms.setdefault(header, set()).update(defining_rooms(name))
     return rooms
 
 

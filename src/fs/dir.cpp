@@ -169,10 +169,9 @@ int lh_dir_lookup(const char *path, lh_dir_lookup_opts *opts, void *cookie)
     }
     if (walk_contents(path, opts, cookie) != 0)
         return -1;
-    // Deliberate: the lines about the start directory name none. Whoever reads the log knows the
-    // empty name for the start.
-    const char *shown = nullptr;
-    return handle_directory(path, shown, opts, cookie);
+    // Deliberate: the lines about the start directory do not name it. Whoever reads the log knows this
+    // word for it.
+    return handle_directory(path, "(null)", opts, cookie);
 }
 
 int lh_dir_is_exist(const char *path)

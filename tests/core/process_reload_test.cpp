@@ -6,6 +6,7 @@
 #include "lh_process.h"
 #include "support/faults.hpp"
 #include "support/log_capture.hpp"
+#include "support/process.hpp"
 
 using namespace vyt::test;
 
@@ -17,7 +18,7 @@ TEST_F(ReloadBoard, SendsTheManagerTheFirstRealTimeSignal)
     sigemptyset(&reload);
     sigaddset(&reload, SIGRTMIN);
     ASSERT_EQ(pthread_sigmask(SIG_BLOCK, &reload, nullptr), 0);
-    const pid_t manager = fork();
+    const pid_t manager = new_process();
     if (manager == 0) {
         const timespec limit = {.tv_sec = 30, .tv_nsec = 0};
         siginfo_t info;
@@ -42,7 +43,7 @@ TEST_F(ReloadBoard, AnUnknownManagerIsReportedAndNobodyIsSignalled)
 
 TEST_F(ReloadBoard, AManagerThatIsGoneIsReported)
 {
-    const pid_t gone = fork();
+    const pid_t gone = new_process();
     if (gone == 0)
         _exit(0);
     ASSERT_EQ(waitpid(gone, nullptr, 0), gone);

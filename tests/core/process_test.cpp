@@ -54,7 +54,7 @@ const bool has_no_role = [] {
 // A process with this command line, which waits to be ended.
 class Daemon {
   public:
-    explicit Daemon(const std::vector<std::string> &command_line) : pid_(fork())
+    explicit Daemon(const std::vector<std::string> &command_line) : pid_(new_process())
     {
         if (pid_ == 0)
             become("wait", command_line);
@@ -82,7 +82,7 @@ std::string name_of_itself(const std::vector<std::string> &command_line)
 {
     int answer[2];
     EXPECT_EQ(pipe(answer), 0);
-    const pid_t child = fork();
+    const pid_t child = new_process();
     if (child == 0) {
         dup2(answer[1], STDOUT_FILENO);
         become("name", command_line);
@@ -102,7 +102,7 @@ std::string name_of_itself(const std::vector<std::string> &command_line)
 // A process that has ended and was not waited for: its command line is empty.
 class Zombie {
   public:
-    Zombie() : pid_(fork())
+    Zombie() : pid_(new_process())
     {
         if (pid_ == 0)
             _exit(0);

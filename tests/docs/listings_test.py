@@ -12,6 +12,7 @@ A fenced block of a document is one of these:
   text, yaml, mermaid: nothing to run.
 """
 
+import contextlib
 import os
 import re
 import shlex
@@ -91,18 +92,19 @@ class Session:
         staging = directory / "installed"
         home = directory / "home"
         home.mkdir()
-        subprocess.run(
-            ["cmake", "--install", BINARY, "--prefix", "/usr/local"],
-            check=True,
-            stdout=subprocess.DEVNULL,
-            env={**os.environ, "DESTDIR": str(staging)},
-        )
+        with installation_notes_kept():
+            subprocess.run(
+                ["cmake", "--install", BINARY, "--prefix", "/usr/local"],
+                check=True,
+                stdout=subprocess.DEVNULL,
+                env={**os.environ, "DESTDIR": str(staging)},
+            )
         world = f"""
             exec 2>&1 </dev/null
             [ "$(readlink /proc/self/ns/mnt)" != "$MACHINE" ] || exit 98
-            mount --bind {staging}/usr/local /usr/local || exit 98
+            mount --bind {shlex.quote(str(staging))}/usr/local /usr/local || exit 98
             for place in /run /mnt /var/log /var/cache; do mount -t tmpfs none $place || exit 98; done
-            mount --bind {home} {home} && cd {home} || exit 98
+            mount --bind "$HOME" "$HOME" && cd || exit 98
             ulimit -c 0
             trap 'kill $(jobs -p) 2>/dev/null' EXIT
             """
@@ -129,6 +131,20 @@ class Session:
         return re.split(r"\n@@\d+\n", done.stdout)
 
 
+@contextlib.contextmanager
+def installation_notes_kept():
+    """What a user has installed from this build is noted there, for `uninstall`."""
+    noted = ["install_directories.txt", "install_manifest.txt"]
+    kept = {name: (BINARY / name).read_bytes() for name in noted if (BINARY / name).exists()}
+    try:
+        yield
+    finally:
+        for name in noted:
+            (BINARY / name).unlink(missing_ok=True)
+        for name, contents in kept.items():
+            (BINARY / name).write_bytes(contents)
+
+
 def enter_world() -> list[str]:
     enter = ["unshare", "--mount", "--net"]
     if os.geteuid() != 0:
@@ -139,8 +155,7 @@ def enter_world() -> list[str]:
 class Listings(unittest.TestCase):
     def test_console_sessions(self) -> None:
         if subprocess.run([*enter_world(), "true"], capture_output=True).returncode != 0:
-            print("a private world is not allowed here: the listings are not run")
-            sys.exit(SKIPPED)
+            self.skipTest("a private world is not allowed here: the listings are not run")
         for document in DOCUMENTS:
             with self.subTest(document.name), tempfile.TemporaryDirectory() as directory:
                 session = Session()
@@ -154,6 +169,7 @@ class Listings(unittest.TestCase):
                 if not session.expected:
                     continue
                 outputs = session.run(Path(directory))
+                self.assertEqual(len(outputs), len(session.expected) + 1, "it ended early")
                 for (command, expected), output in zip(session.expected, outputs):
                     said = output + ("" if output.endswith("\n") or not output else "\n")
                     if not matcher(expected).fullmatch(said):
@@ -211,4 +227,5 @@ class Listings(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    unittest.main(argv=sys.argv[:1], verbosity=2)
+    done = unittest.main(argv=sys.argv[:1], verbosity=2, exit=False).result
+    sys.exit(1 if not done.wasSuccessful() else SKIPPED if done.skipped else 0)

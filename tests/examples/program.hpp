@@ -37,8 +37,7 @@ class Program {
         int in[2], out[2];
         if (pipe2(in, O_CLOEXEC) != 0 || pipe2(out, O_CLOEXEC) != 0)
             throw std::runtime_error("pipe2 failed");
-        fflush(nullptr);
-        pid_ = fork();
+        pid_ = new_process();
         if (pid_ == 0)
             become(words, in[0], out[1], before);
         close(in[0]);

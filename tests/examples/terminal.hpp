@@ -9,6 +9,7 @@
 #include <map>
 #include <poll.h>
 #include <pty.h>
+#include <stdexcept>
 #include <string>
 #include <sys/ioctl.h>
 #include <sys/wait.h>
@@ -189,6 +190,8 @@ class Terminal {
         const winsize size = size_of(columns, rows);
         fflush(nullptr);
         pid_ = forkpty(&master_, nullptr, nullptr, &size);
+        if (pid_ < 0)
+            throw std::runtime_error("forkpty failed");
         if (pid_ != 0)
             return;
         std::vector<char *> argv;

@@ -16,23 +16,11 @@ sys.path.insert(0, str(SOURCE / "tools" / "reference"))
 
 import log_lines
 import model
+from boundary import exports
 
 REFERENCE = Path(os.environ["VYT_REFERENCE_DIR"])
 MAN, HTML = REFERENCE / "man", REFERENCE / "html"
 HEADERS = sorted(path.name for path in (SOURCE / "include").glob("*.h"))
-
-
-def exports() -> dict[str, str]:
-    """The headers of the exported names, from the map of the boundary."""
-    found: dict[str, str] = {}
-    header = ""
-    for line in (SOURCE / "src" / "exports.map").read_text().splitlines():
-        section, name = re.match(r" +/\* (\w+\.h) \*/", line), re.match(r" +(\w+);", line)
-        if section:
-            header = section[1]
-        elif name:
-            found[name[1]] = header
-    return found
 
 
 def checks() -> set[str]:
@@ -40,7 +28,7 @@ def checks() -> set[str]:
     return set(re.findall(r"^#define ([A-Z_]*[A-Z])\(", text, flags=re.M))
 
 
-EXPORTS = exports()
+EXPORTS = exports(SOURCE)
 DOCUMENTED = {**EXPORTS, **{name: "lh_check.h" for name in checks()}}
 OBJECTS = {"garp_delay", "shmem_init_err_t"}
 

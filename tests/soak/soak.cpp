@@ -104,7 +104,7 @@ try {
 
 pid_t start(const Kind &kind, Figures &figures, std::chrono::seconds time, uint32_t seed)
 {
-    const pid_t pid = fork();
+    const pid_t pid = test::new_process();
     if (pid != 0)
         return pid;
     prctl(PR_SET_PDEATHSIG, SIGKILL);

@@ -186,9 +186,8 @@ report run(const scenario &tried, const fault &armed, const promise &promised)
     int answer[2];
     if (pipe2(answer, O_CLOEXEC) != 0)
         return {.calls = {}, .wrongs = {"no pipe"}};
-    fflush(nullptr);
     const bool failed_before = ::testing::Test::HasFailure();
-    const pid_t child = fork();
+    const pid_t child = new_process();
     if (child == 0) {
         close(answer[0]);
         alarm(patience);

@@ -31,9 +31,8 @@ class Faults {
     void fail_always(const std::string &call, int error);
     // Lets every call from now on go through.
     void disarm(const std::string &call);
-    // Lets the nth allocation from now fail with ENOMEM, whichever call makes it (malloc, calloc,
-    // realloc, strdup, asprintf, vasprintf, getline, open_memstream, scandir, opendir, fopen: each
-    // counts as one).
+    // Lets the nth allocation from now fail with ENOMEM, whichever call makes it: those that allocate
+    // stand at the head of faults.cpp, and each counts as one.
     void fail_allocation(unsigned nth);
     // Runs the action before every call from now on, with the call's number counted from 1.
     void before(const std::string &call, std::function<void(unsigned)> action);

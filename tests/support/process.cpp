@@ -3,11 +3,14 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
+#include <stdexcept>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -24,8 +27,10 @@ const std::string own_program = std::filesystem::read_symlink("/proc/self/exe");
 int wait_for(pid_t child)
 {
     int status = 0;
-    while (waitpid(child, &status, 0) < 0 && errno == EINTR)
-        ;
+    while (waitpid(child, &status, 0) < 0) {
+        if (errno != EINTR)
+            return -1;
+    }
     return WIFSIGNALED(status) ? 256 + WTERMSIG(status) : WEXITSTATUS(status);
 }
 
@@ -50,10 +55,18 @@ std::vector<int> open_descriptors()
     return descriptors;
 }
 
-int run_in_child(const std::function<int()> &body)
+pid_t new_process()
 {
     fflush(nullptr);
     const pid_t child = fork();
+    if (child < 0)
+        throw std::runtime_error(std::string("fork failed: ") + strerror(errno));
+    return child;
+}
+
+int run_in_child(const std::function<int()> &body)
+{
+    const pid_t child = new_process();
     if (child == 0) {
         int status = body();
         if (::testing::Test::HasFailure())
@@ -86,9 +99,8 @@ bool enter_own_process()
 {
     if (getenv(marker) != nullptr)
         return true;
-    fflush(nullptr);
     const std::string filter = "--gtest_filter=" + current_test();
-    const pid_t child = fork();
+    const pid_t child = new_process();
     if (child == 0) {
         setenv(marker, "1", 1);
         // ctest asks for reports through these; the child's run is not the reported one.

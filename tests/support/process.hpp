@@ -4,12 +4,17 @@
 #include <chrono>
 #include <functional>
 #include <string>
+#include <sys/types.h>
 #include <vector>
 
 namespace vyt::test {
 
 // The descriptors that this process has open.
 std::vector<int> open_descriptors();
+
+// Forks, with nothing left in the streams to be written twice. Throws where no process is to be had: a
+// test that takes -1 for a child would signal everybody, or wait for nobody and pass.
+pid_t new_process();
 
 // Runs the body in a forked child and answers its exit status; 256 plus the signal that ended it.
 // The body's own result is the exit status; a failed gtest assertion inside makes it 99.

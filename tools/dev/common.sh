@@ -89,6 +89,16 @@ watch_log() {
     printf '\r\033[K'
 }
 
+# Ends a process and all that it has started, from the top: nothing is started anew meanwhile.
+end_tree() {
+    local children child
+    children=$(cat "/proc/$1/task/$1/children" 2>/dev/null || true)
+    kill "$1" 2>/dev/null || true
+    for child in $children; do
+        end_tree "$child"
+    done
+}
+
 # step NAME NEXT COMMAND...: runs the command with its output in build/logs/NAME.log and says how
 # long it took. Where it fails, shows the log's end and what to do NEXT.
 step() {
@@ -98,10 +108,10 @@ step() {
     say "$name ..."
     "$@" >"$log" 2>&1 </dev/null &
     pid=$!
-    trap 'kill "$pid" 2>/dev/null; exit 130' INT
+    trap 'end_tree "$pid"; exit 130' INT TERM
     watch_log "$pid" "$log"
     wait "$pid" || status=$?
-    trap - INT
+    trap - INT TERM
     if [ "$status" -ne 0 ]; then
         grep -m 3 -nE '(error|ERROR)[: ]|FAILED' "$log" | cut -c 1-300 >&2 || true
         printf -- '---- the end of %s\n' "$log" >&2

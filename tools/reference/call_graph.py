@@ -4,6 +4,8 @@ from collections import defaultdict
 from collections.abc import Iterator
 from pathlib import Path
 
+from boundary import exports
+
 HEAD = re.compile(
     r"^(?:class|struct) (\w+) \{"
     r"|^(?!#|static_assert|using|extern|template|namespace)\S.*?\b(\w+)\([^;]*$"
@@ -31,9 +33,7 @@ def functions_of(text: str) -> Iterator[tuple[str, bool, str]]:
 
 class CallGraph:
     def __init__(self, source: Path) -> None:
-        self.exported = set(
-            re.findall(r"^    (\w+);$", (source / "src" / "exports.map").read_text(), flags=re.M)
-        )
+        self.exported = set(exports(source))
         files = sorted(path for path in source.glob("src/*/*.?pp"))
         found = [
             (path.name, *function) for path in files for function in functions_of(path.read_text())

@@ -275,7 +275,7 @@ def run_doxygen(source: Path, output: Path, program: str = "doxygen") -> Path:
     here = Path(__file__).resolve().parent
     settings = (here / "Doxyfile").read_text() + (
         f'INPUT = "{source}/include"\n'
-        f'INPUT_FILTER = "{sys.executable} {here}/keep_code.py"\n'
+        f'INPUT_FILTER = "\'{sys.executable}\' \'{here}/keep_code.py\'"\n'
         f'OUTPUT_DIRECTORY = "{output}"\n'
         f'STRIP_FROM_PATH = "{source}"\n'
     )

@@ -17,7 +17,7 @@ compare_abi() {
     say "the binary interface on $1 is the accepted one"
 }
 accept_abi() {
-    cp "$2" "abi/$1.abi"
+    cp "$2" "abi/$1.abi" || return
     say "abi/$1.abi is now the accepted binary interface"
 }
 

@@ -2,9 +2,10 @@
 # format [--check]              write C and C++ as .clang-format says, or only look whether it is so
 
 verb_format() {
-    local files
-    need clang-format
-    mapfile -t files < <(git ls-files '*.c' '*.h' '*.cpp' '*.hpp')
+    local list files
+    need clang-format git
+    list=$(git ls-files '*.c' '*.h' '*.cpp' '*.hpp')
+    mapfile -t files <<<"$list"
     case ${1:-} in
     '') clang-format -i "${files[@]}" ;;
     --check)

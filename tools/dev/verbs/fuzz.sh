@@ -1,10 +1,10 @@
 # shellcheck shell=bash
 # fuzz [TARGET] [SECONDS]       fuzz one parser, or all for a while; fuzz list; fuzz keep [TARGET]
 
-fuzz_packages=(clang libclang-rt-14-dev)
 fuzz_corpus=fuzz/corpus
 fuzz_work=build/fuzz/work         # what the runs have collected
 fuzz_findings=build/fuzz/findings # what they have found
+fuzz_began=build/fuzz/began       # as old as the present run
 
 fuzz_targets() {
     local source
@@ -75,7 +75,7 @@ fuzz_table() {
             "$(fuzz_figure "$target" 'number_of_executed_units:')" \
             "$(find "$fuzz_corpus/$target" -type f | wc -l)" \
             "$(fuzz_figure "$target" 'cov:')" "$(fuzz_figure "$target" 'ft:')" \
-            "$(find "$fuzz_findings/$target" -type f | wc -l)"
+            "$(find "$fuzz_findings/$target" -type f -newer "$fuzz_began" | wc -l)"
     done
 }
 
@@ -83,7 +83,7 @@ fuzz_table() {
 fuzz_each() {
     local function=$1 seconds=$2 target status=0 running=()
     shift 2
-    trap 'kill "${running[@]}" 2>/dev/null; exit 130' INT
+    trap 'for target in "${running[@]}"; do end_tree "$target"; done; exit 130' INT TERM
     for target in "$@"; do
         if [ "${#running[@]}" -eq 2 ]; then
             wait "${running[0]}" || status=1
@@ -95,21 +95,16 @@ fuzz_each() {
     for target in "${running[@]}"; do
         wait "$target" || status=1
     done
-    trap - INT
+    trap - INT TERM
     return "$status"
-}
-
-fuzz_build() {
-    need "${packages[@]}" "${fuzz_packages[@]}"
-    build fuzz
 }
 
 # Replays what is kept, then fuzzes each of these for so many seconds.
 fuzz_all() {
     local seconds=$1 status=0 start=$SECONDS
     shift
-    mkdir -p build/logs
-    fuzz_build
+    build fuzz
+    touch "$fuzz_began"
     say "replaying $(find "$fuzz_corpus" -type f | wc -l) kept inputs of $# targets"
     fuzz_each fuzz_replay 0 "$@" || fail 'a kept input fails'
     say "fuzzing $# targets for $seconds s each, two at a time; findings go to $fuzz_findings"
@@ -139,10 +134,9 @@ verb_fuzz() {
         ;;
     all) fuzz_all "${2:-20}" "${targets[@]}" ;;
     keep)
-        mkdir -p build/logs
         [ -z "${2:-}" ] || fuzz_check_target "$2"
         [ -z "${2:-}" ] || targets=("$2")
-        fuzz_build
+        build fuzz
         fuzz_each fuzz_keep 0 "${targets[@]}"
         ;;
     *)

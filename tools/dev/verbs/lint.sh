@@ -29,7 +29,7 @@ run_shellcheck() {
 }
 
 verb_lint() {
-    need "${packages[@]}" "${clang_packages[@]}" clang-tidy cppcheck shellcheck
+    need "${packages[@]}" "${clang_packages[@]}" clang-tidy cppcheck shellcheck git
     step shellcheck "mend what it names" run_shellcheck
     step cppcheck "mend it, or add it with its reason to tools/lint/cppcheck.suppressions" \
         run_cppcheck
