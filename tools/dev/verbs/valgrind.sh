@@ -8,7 +8,7 @@ check_excluded_exist() {
         fits=''
         # shellcheck disable=SC2231 # it is a pattern
         for program in build/"$1"/tests/$executables; do
-            [ -f "$program" ] && [ -x "$program" ] || continue
+            [[ -f $program && -x $program ]] || continue
             "$program" --gtest_list_tests --gtest_filter="$pattern" | grep '^  ' >/dev/null && fits=yes
         done
         [ -n "$fits" ] || fail "tools/valgrind/excluded names tests that there are none of: $executables $pattern"
