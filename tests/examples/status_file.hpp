@@ -1,22 +1,18 @@
 // The VRRP status file, as a test looks at it.
 #pragma once
 
-#include <cstdint>
-#include <cstring>
 #include <string>
 #include <sys/stat.h>
 
+#include "support/status_record.hpp"
+
 namespace vyt::test {
 
-// One record of the status file, byte by byte.
-inline std::string record(const std::string &netns, int32_t vrid, int32_t state, int32_t group)
+// A record as vrrp_publisher writes it: what it has no value for is zero.
+inline std::string published(int32_t vrid, int32_t state, int32_t group,
+                             const std::string &netns = "")
 {
-    std::string bytes(576, '\0');
-    memcpy(&bytes[0], &vrid, 4);
-    memcpy(&bytes[472], &state, 4);
-    memcpy(&bytes[496], &group, 4);
-    bytes.replace(521, netns.size(), netns);
-    return bytes;
+    return record(vrid, state, group, netns, '\0');
 }
 
 struct File {

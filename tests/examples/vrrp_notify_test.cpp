@@ -49,7 +49,7 @@ TEST_F(Notify, PublishesEachStateThatTheDaemonTells)
 {
     Program publisher(words(two));
     expect_lines(publisher, nothing_runs);
-    EXPECT_EQ(read_file(target), record("", 10, 0, 1) + record("blue", 20, 0, 0));
+    EXPECT_EQ(read_file(target), published(10, 0, 1) + published(20, 0, 0, "blue"));
     const int daemon = open_fifo();
     const struct {
         const char *told, *name;
@@ -63,7 +63,7 @@ TEST_F(Notify, PublishesEachStateThatTheDaemonTells)
         tell(daemon, line + "\n");
         expect_lines(publisher, {"told: " + line, std::string("file: :10 ") + name + " group 1",
                                  "file: blue:20 Init"});
-        EXPECT_EQ(read_file(target), record("", 10, state, 1) + record("blue", 20, 0, 0));
+        EXPECT_EQ(read_file(target), published(10, state, 1) + published(20, 0, 0, "blue"));
     }
     tell(daemon, "INSTANCE \"twenty\" MASTER 1\n");
     expect_lines(publisher, {"told: INSTANCE \"twenty\" MASTER 1", "file: :10 Init group 1",
@@ -79,7 +79,7 @@ TEST_F(Notify, ADeletedInstanceHasNoRecordUntilItIsToldOfAgain)
     const int daemon = open_fifo();
     tell(daemon, "INSTANCE \"ten\" DELETED 200\n");
     expect_lines(publisher, {"told: INSTANCE \"ten\" DELETED 200", "file: blue:20 Init"});
-    EXPECT_EQ(read_file(target), record("blue", 20, 0, 0));
+    EXPECT_EQ(read_file(target), published(20, 0, 0, "blue"));
     tell(daemon, "INSTANCE \"ten\" BACKUP 200\n");
     expect_lines(publisher, {"told: INSTANCE \"ten\" BACKUP 200", "file: :10 Backup group 1",
                              "file: blue:20 Init"});
@@ -120,7 +120,7 @@ TEST_F(Notify, ADaemonThatHasGoneLeavesNothingRunningAndTheNextIsFollowed)
         expect_lines(publisher, {"told: INSTANCE \"ten\" DELETED 200", "file: blue:20 Init",
                                  "told: INSTANCE \"twenty\" MASTER 200", "file: blue:20 Master"});
         expect_lines(publisher, nothing_runs);
-        EXPECT_EQ(read_file(target), record("", 10, 0, 1) + record("blue", 20, 0, 0));
+        EXPECT_EQ(read_file(target), published(10, 0, 1) + published(20, 0, 0, "blue"));
     }
 }
 
@@ -129,7 +129,7 @@ TEST_F(Notify, ANamespaceMayHaveColonsAndTheLongestName)
     const std::string longest = "a:b:" + std::string(50, 'n');
     Program publisher(words({"-i", "x=" + longest + ":255:32", "-i", "y=:1:0", target}));
     expect_lines(publisher, {"file: " + longest + ":255 Init group 32", "file: :1 Init"});
-    EXPECT_EQ(read_file(target), record(longest, 255, 0, 32) + record("", 1, 0, 0));
+    EXPECT_EQ(read_file(target), published(255, 0, 32, longest) + published(1, 0, 0));
 }
 
 TEST_F(Notify, AWrongInstanceGetsAReason)

@@ -15,7 +15,7 @@ const std::string usage =
     "       vrrp_publisher --notify FIFO -i NAME=NETNS:VRID:GROUP... [FILE]\n";
 
 const std::string lines_of_two_records = "record - 10 Master 1\nrecord blue 255 Fault 0\n";
-const std::string two_records = record("", 10, 2, 1) + record("blue", 255, 3, 0);
+const std::string two_records = published(10, 2, 1) + published(255, 3, 0, "blue");
 
 class Publisher : public ::testing::Test {
   protected:
@@ -180,7 +180,7 @@ TEST_F(Publisher, TellsAStepThatItHasPlayed)
                               "expect: group 1 Master\n"
                               "expect: instance blue:20 Unknown\n");
     EXPECT_EQ(read_file(target),
-              record("", 10, 2, 1) + record("blue", 20, 7, 0) + record("", -1, 3, -5));
+              published(10, 2, 1) + published(20, 7, 0, "blue") + published(-1, 3, -5));
 }
 
 TEST_F(Publisher, WritesNumbersOfAllSizesAndTheLongestName)
@@ -192,7 +192,7 @@ TEST_F(Publisher, WritesNumbersOfAllSizesAndTheLongestName)
                   .status,
               0);
     EXPECT_EQ(read_file(target),
-              record(longest, INT32_MIN, INT32_MAX, 33) + record("1", 256, -1, 0));
+              published(INT32_MIN, INT32_MAX, 33, longest) + published(256, -1, 0, "1"));
 }
 
 TEST_F(Publisher, WritingOverKeepsTheFile)
@@ -349,12 +349,12 @@ TEST_F(Publisher, PlaysAllStepsOneForEachLineOfItsInput)
     EXPECT_EQ(publisher.line(), "step 1 of 3: one");
     EXPECT_EQ(publisher.line(), "write: rename");
     EXPECT_EQ(publisher.line(), "file: :1 Init group 1");
-    EXPECT_EQ(read_file(target), record("", 1, 0, 1));
+    EXPECT_EQ(read_file(target), published(1, 0, 1));
     publisher.write("go on\n");
     EXPECT_EQ(publisher.line(), "step 2 of 3: two");
     EXPECT_EQ(publisher.line(), "write: in-place");
     EXPECT_EQ(publisher.line(), "file: :1 Master group 1");
-    EXPECT_EQ(read_file(target), record("", 1, 2, 1));
+    EXPECT_EQ(read_file(target), published(1, 2, 1));
     publisher.close_input(); // the end of the input ends the play
     EXPECT_EQ(publisher.rest(), "");
     EXPECT_EQ(publisher.wait(), 0);

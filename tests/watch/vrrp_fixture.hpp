@@ -19,6 +19,7 @@
 #include "support/faults.hpp"
 #include "support/log_capture.hpp"
 #include "support/process.hpp"
+#include "support/status_record.hpp"
 #include "support/world.hpp"
 
 namespace vyt::test {
@@ -26,25 +27,8 @@ namespace vyt::test {
 using names = std::vector<std::string>;
 
 inline const std::string status_path = "/var/cache/vrrp_data";
-constexpr size_t record_size = 576;
 
 enum daemon_state : int { daemon_init, daemon_backup, daemon_master, daemon_fault };
-
-// One record of the status file. The bytes that are the VRRP daemon's own are not zero.
-inline std::string record(int32_t vrid, int32_t state, int32_t group, const std::string &netns = "")
-{
-    std::string bytes(record_size, '\xa5');
-    const auto put = [&](size_t offset, int32_t number) {
-        memcpy(&bytes[offset], &number, sizeof(number));
-    };
-    put(0, vrid);
-    put(472, state);
-    put(496, group);
-    // Without a terminator when the name fills its place.
-    bytes.replace(521, std::min(netns.size() + 1, size_t{55}), netns.c_str(),
-                  std::min(netns.size() + 1, size_t{55}));
-    return bytes;
-}
 
 // How the status file comes to hold new contents.
 inline void write_in_place(const std::string &contents)
