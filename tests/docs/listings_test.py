@@ -92,6 +92,8 @@ class Session:
         staging = directory / "installed"
         home = directory / "home"
         home.mkdir()
+        source = directory / "source"  # a name that no page has to quote
+        source.symlink_to(SOURCE)
         with installation_notes_kept():
             subprocess.run(
                 ["cmake", "--install", BINARY, "--prefix", "/usr/local"],
@@ -113,7 +115,7 @@ class Session:
             "PATH": f"{BINARY}/examples:/usr/local/bin:/usr/local/sbin:/usr/sbin:/usr/bin:/sbin:/bin",
             "LD_LIBRARY_PATH": "/usr/local/lib",
             "PKG_CONFIG_PATH": "/usr/local/lib/pkgconfig",
-            "SOURCE": str(SOURCE),
+            "SOURCE": str(source),
             "MACHINE": os.readlink("/proc/self/ns/mnt"),
             "TZ": "UTC",
             "LC_ALL": "C.UTF-8",

@@ -440,8 +440,8 @@ TEST_F(Watch, IsSeenByARealTerminal)
     Tmux tmux;
     ASSERT_TRUE(tmux.start());
     ASSERT_TRUE(tmux.sees("$"));
-    tmux.command({"send-keys", "echo before; " + example("vrrp_monitor") + " -w -g 1 -i :10 -i :30",
-                  "Enter"});
+    tmux.command({"send-keys",
+                  "echo before; '" + example("vrrp_monitor") + "' -w -g 1 -i :10 -i :30", "Enter"});
     EXPECT_TRUE(tmux.sees("group 1       \033[36mBackup\033[39m")) << tmux.screen();
     EXPECT_TRUE(tmux.sees("instance :10  \033[32mMaster\033[39m")) << tmux.screen();
     EXPECT_TRUE(tmux.sees("instance :30  \033[1m\033[31mFault\033[0m")) << tmux.screen();

@@ -31,7 +31,8 @@ names exported_functions()
 names listed_by(const std::filesystem::path &program)
 {
     names functions;
-    FILE *list = popen((VYT_EMULATOR " " + program.string() + " --gtest_list_tests").c_str(), "r");
+    FILE *list =
+        popen((VYT_EMULATOR " '" + program.string() + "' --gtest_list_tests").c_str(), "r");
     if (list == nullptr) {
         ADD_FAILURE() << program << " cannot be run";
         return functions;

@@ -86,25 +86,25 @@ class Install : public ::testing::Test {
     static void install(const std::string &prefix, const std::string &options = "",
                         const std::string &environment = "")
     {
-        said_by(environment + " cmake --install " + binary_dir + " --prefix " + prefix + " " +
+        said_by(environment + " cmake --install '" + binary_dir + "' --prefix " + prefix + " " +
                 options);
     }
     static Outcome uninstall(const std::string &environment = "")
     {
-        return shell(environment + " cmake --build " + binary_dir + " --target uninstall");
+        return shell(environment + " cmake --build '" + binary_dir + "' --target uninstall");
     }
     // Builds the C client in the test's directory, with these words for pkg-config's environment.
     void build_c_client(const std::string &environment, const std::string &options = "")
     {
         said_by("flags=$(" + environment +
                 " pkg-config --cflags --libs VYThelpers) && cc -std=c11 " +
-                "-Wall -Wextra -Werror " + source_dir + "/tests/install/client/client.c $flags " +
+                "-Wall -Wextra -Werror '" + source_dir + "/tests/install/client/client.c' $flags " +
                 options + " -o " + dir / "client");
     }
     // Builds the C++ client with the package below the prefix, runs it, answers what it said.
     std::string cxx_client(const std::string &prefix)
     {
-        said_by("cmake -S " + source_dir + "/tests/install/client -B " + dir / "cxx" +
+        said_by("cmake -S '" + source_dir + "/tests/install/client' -B " + dir / "cxx" +
                 " -DCMAKE_PREFIX_PATH=" + prefix + " && cmake --build " + dir / "cxx");
         return said_by(dir / "cxx/client");
     }

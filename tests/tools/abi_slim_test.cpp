@@ -16,7 +16,7 @@ std::string slim(const std::string &types)
     const TempDir dir;
     const std::string dump = dir / "dump";
     write_file(dump, "<abi-corpus><abi-instr path='a.cpp'>" + types + "</abi-instr></abi-corpus>");
-    const std::string command = "python3 " VYT_SOURCE_DIR "/tools/abi_slim.py " + dump;
+    const std::string command = "python3 '" VYT_SOURCE_DIR "/tools/abi_slim.py' " + dump;
     const std::unique_ptr<FILE, int (*)(FILE *)> out(popen(command.c_str(), "r"), pclose);
     std::string said;
     for (int c; (c = fgetc(out.get())) != EOF;)
