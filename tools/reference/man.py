@@ -224,14 +224,8 @@ class Manual:
         self.synopsis(page, family, None)
         page.section("Description")
         self.blocks(page, [("para", family.brief), *family.detail])
-        for title, kind in (
-            ("Macros", "macro"),
-            ("Functions", "function"),
-            ("Data objects", "object"),
-        ):
-            members = family.of_kind(kind)
-            if members:
-                page.section(title)
+        for title, members in family.titled():
+            page.section(title)
             for member in members:
                 page.macro(".TP")
                 page.macro(f".BR {member.name} (3)")

@@ -54,6 +54,11 @@ class Family:
     def of_kind(self, *kinds: str) -> list[Member]:
         return [member for member in self.members if member.kind in kinds]
 
+    def titled(self) -> list[tuple[str, list[Member]]]:
+        """What the family has of each kind, below the kind's title."""
+        kinds = {"Macros": "macro", "Functions": "function", "Data objects": "object"}
+        return [(title, self.of_kind(kind)) for title, kind in kinds.items() if self.of_kind(kind)]
+
     @property
     def pages(self) -> list[Member]:
         """What has a page of its own."""

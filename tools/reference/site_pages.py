@@ -173,14 +173,8 @@ class Site:
             parts.append("<h2>Types and constants</h2>")
             parts += [self.type(member) for member in family.types]
             parts += [self.constant(member) for member in family.of_kind("constant")]
-        for title, kind in (
-            ("Macros", "macro"),
-            ("Functions", "function"),
-            ("Data objects", "object"),
-        ):
-            members = family.of_kind(kind)
-            if members:
-                parts.append(f"<h2>{title}</h2>")
+        for title, members in family.titled():
+            parts.append(f"<h2>{title}</h2>")
             parts += [self.member(member, snippet) for member in members]
         parts.append(
             f'<h2 id="example">Example</h2><p>The whole program, as the tests run it '
