@@ -108,10 +108,11 @@ static int run_cksum(struct run *run, const char *file, int limit)
         fprintf(stderr, "supervised_command: gave up after %d s\n", limit);
         return EXIT_LIMIT;
     }
-    if (rc !=
-        0) /* not run: the library has said why; or ended by a signal, which it keeps to itself */
-        fputs("supervised_command: cksum did not end by itself\n", stderr);
-    return rc == 0 ? opts.exit_code : 1;
+    if (rc == 0)
+        return opts.exit_code;
+    /* It was not run, and the library has said why; or a signal ended it, and nobody has said so. */
+    fputs("supervised_command: cksum did not end by itself\n", stderr);
+    return 1;
 }
 
 static int usage(void)
