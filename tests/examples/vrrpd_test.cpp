@@ -26,11 +26,11 @@ class RealDaemon : public ::testing::Test {
         write_file(dir / name, "#!/bin/sh\n" + script);
         chmod((dir / name).c_str(), 0755);
     }
-    // The demo with those in its way. The limit is what they have to start in.
+    // The demo with those in its way. The limit is what all its other programs have to start in.
     std::vector<std::string> words() const
     {
         return {"/usr/bin/env", "PATH=" + dir.path() + ":" + getenv("PATH"), program, "--limit",
-                "5"};
+                "20"};
     }
 
     TempDir dir;
@@ -46,6 +46,11 @@ TEST_F(RealDaemon, EveryStateIsSeenOnBothRouters)
         GTEST_SKIP() << outcome.errors;
     EXPECT_EQ(outcome.status, 0) << outcome.output << outcome.errors;
     EXPECT_EQ(outcome.errors, "");
+    EXPECT_THAT(outcome.output,
+                HasSubstr("\nThe monitors start: there is no status file yet\n"
+                          "   left                                         | right\n"
+                          "   seen: group 1 Invalid -> Unknown             | "
+                          "seen: group 1 Invalid -> Unknown\n"));
     for (const char *line :
          {"told: INSTANCE \"ten\" MASTER 200", "told: INSTANCE \"twenty\" FAULT 100",
           "told: INSTANCE \"twenty\" STOP 200", "seen: group 1 Backup -> Master",
@@ -69,7 +74,8 @@ TEST_F(RealDaemon, ADaemonThatSaysNothingFailsTheStory)
     if (outcome.status == cannot_run)
         GTEST_SKIP() << outcome.errors;
     EXPECT_EQ(outcome.status, 1);
-    EXPECT_THAT(outcome.output, HasSubstr("seen: group 1 Invalid -> Init"));
+    EXPECT_THAT(outcome.output, HasSubstr("seen: group 1 Invalid -> Unknown"));
+    EXPECT_THAT(outcome.output, HasSubstr("seen: group 1 Unknown -> Init"));
     EXPECT_THAT(outcome.output, Not(HasSubstr("2 of 10")));
     EXPECT_THAT(outcome.errors,
                 HasSubstr("demo: not as expected: 1 of 10: Left's daemon starts, and is alone\n"
