@@ -5,7 +5,7 @@
 
 declare -A status           # what was seen last of "group 1", "instance blue:30" ...
 declare -a expected errors  # lines of the form "group 1 Master"; files
-title='' ended='' deadline=0 limit=30
+title='' ended='' deadline=0 limit=60
 
 fail() {
     printf 'demo: %s\n' "$@" >&2

@@ -126,7 +126,7 @@ class Session:
             env=environment,
             capture_output=True,
             text=True,
-            timeout=120,
+            timeout=600,
         )
         if done.returncode != 0:
             raise AssertionError(f"exit {done.returncode}\n{done.stdout}\n{done.stderr}")

@@ -22,7 +22,7 @@ class Demo : public ::testing::Test {
     Outcome play(const std::string &text)
     {
         write_file(scenario, text);
-        return run({program, "--limit", "5", scenario});
+        return run({program, "--limit", "20", scenario});
     }
 
     TempDir dir;

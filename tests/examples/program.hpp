@@ -70,10 +70,10 @@ class Program {
         in_ = -1;
     }
 
-    // The next line of its output without the newline; nothing at its end and after the limit.
-    std::optional<std::string> line(Limit limit = std::chrono::seconds(30))
+    // The next line of its output without the newline; nothing at its end, and when none came.
+    std::optional<std::string> line()
     {
-        const auto end = std::chrono::steady_clock::now() + limit;
+        const auto end = std::chrono::steady_clock::now() + patience;
         size_t newline;
         while ((newline = read_.find('\n')) == std::string::npos) {
             const auto left =
@@ -88,7 +88,7 @@ class Program {
     // Everything else that it says until it closes its output.
     std::string rest()
     {
-        while (read_more(std::chrono::minutes(2)))
+        while (read_more(patience))
             ;
         return std::exchange(read_, {});
     }

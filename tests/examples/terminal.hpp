@@ -224,7 +224,7 @@ class Terminal {
     // character that arrives, `always` must hold.
     bool sees(const std::function<bool()> &condition, const std::function<bool()> &always = {})
     {
-        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+        const auto end = std::chrono::steady_clock::now() + patience;
         while (!condition()) {
             pollfd readable = {.fd = master_, .events = POLLIN, .revents = 0};
             char block[256];

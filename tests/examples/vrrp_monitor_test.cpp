@@ -52,14 +52,14 @@ class Monitor {
     Program &program() { return program_; }
     const std::map<std::string, std::string> &last() const { return last_; }
 
-    // Takes the next line in; false when there is none in time. Each change starts where the one
+    // Takes the next line in; false when none comes. Each change starts where the one
     // before it ended, and changes something.
-    bool take_line(Program::Limit limit = std::chrono::seconds(30))
+    bool take_line()
     {
         static const std::regex form(R"(^\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d[+-]\d{4} (.*)$)");
         static const std::regex change(
             R"(^((?:group|instance) \S+) (\w+) -> (\w+)((?: members (?:vrrp\.\d+ ?)+)?)$)");
-        const std::optional<std::string> line = program_.line(limit);
+        const std::optional<std::string> line = program_.line();
         if (!line)
             return false;
         std::smatch match;

@@ -402,7 +402,7 @@ class Tmux {
     {
         return wait_until([&] {
             return command({"new-session", "-d", "-x", "60", "-y", "10",
-                            "PS1='$ ' exec timeout --foreground 250 sh"})
+                            "PS1='$ ' exec timeout --foreground 600 sh"})
                        .status == 0;
         });
     }

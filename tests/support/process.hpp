@@ -28,9 +28,11 @@ int run_in_child(const std::function<int()> &body);
 // caller is to go on, false when the fresh process has done the work. Use OWN_PROCESS().
 bool enter_own_process();
 
-// Waits until the condition holds, at most for a generous time; false when it never did.
-bool wait_until(const std::function<bool()> &condition,
-                std::chrono::milliseconds limit = std::chrono::seconds(30));
+// For how long a test waits for what must come: only a failure takes so long, on whatever machine.
+constexpr std::chrono::seconds patience{120};
+
+// Waits until the condition holds; false when it did not within the limit.
+bool wait_until(const std::function<bool()> &condition, std::chrono::milliseconds limit = patience);
 
 // A fresh empty directory, removed with everything in it at the end.
 class TempDir {

@@ -5,6 +5,7 @@ packages=(g++ gcc cmake ninja-build pkg-config libc6-dev libyaml-dev libgtest-de
 clang_packages=(clang libclang-rt-14-dev)
 test_packages=(binutils python3 python3-yaml sudo dos2unix sysvinit-utils keepalived iproute2 tmux)
 jobs=$(nproc)
+test_jobs=$((2 * jobs)) # many tests wait more than they work
 
 say() { printf '== %s\n' "$*"; }
 fail() {
@@ -171,7 +172,7 @@ run_tests() {
     build "$preset"
     say "running the tests of the preset $preset"
     # shellcheck disable=SC2046
-    $(runner_of "$preset") ctest --test-dir "build/$preset" --parallel "$jobs" \
+    $(runner_of "$preset") ctest --test-dir "build/$preset" --parallel "$test_jobs" \
         --output-on-failure "$@" ||
         fail "tests failed. The whole output is in build/$preset/Testing/Temporary/LastTest.log.
      Next: ctest --test-dir build/$preset --rerun-failed --output-on-failure"

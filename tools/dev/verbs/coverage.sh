@@ -21,7 +21,7 @@ verb_coverage() {
     # What earlier runs counted, and the build, which asks the tests for their names.
     find "$coverage_dir" -name '*.gcda' -delete
     step coverage-tests "ctest --test-dir $coverage_dir --rerun-failed --output-on-failure" \
-        ctest --test-dir "$coverage_dir" --parallel "$jobs" --output-on-failure
+        ctest --test-dir "$coverage_dir" --parallel "$test_jobs" --output-on-failure
     step coverage-report "rm -r $coverage_dir, then ./dev coverage" coverage_report
     say "the report is $coverage_dir/report/index.html"
     python3 tools/coverage/check.py "$coverage_dir/coverage.json" tests/coverage_unreachable.txt ||
