@@ -40,10 +40,10 @@ char *put_group(char *out, unsigned bits)
     return out;
 }
 
-// How many groups of four characters it takes for so many bytes or digits.
-size_t groups_for(size_t len, size_t per_group)
+// How many pieces of this size it takes for so many bytes or digits.
+size_t pieces_of(size_t len, size_t piece)
 {
-    return len / per_group + (len % per_group != 0);
+    return len / piece + (len % piece != 0);
 }
 
 size_t count_padding(const char *in, size_t n)
@@ -59,7 +59,7 @@ char *lh_base64_encode(const unsigned char *in, size_t len)
 {
     if (PTR_IS_NULL(in))
         return nullptr;
-    char *out = allocate_block(1, groups_for(len, 3), 4);
+    char *out = allocate_block(1, pieces_of(len, 3), 4);
     if (PTR_IS_NULL(out))
         return nullptr;
     char *end = out;
@@ -130,7 +130,8 @@ char *lh_hex_to_base64(const char *in, size_t len)
 {
     if (PTR_IS_NULL(in))
         return nullptr;
-    char *out = allocate_block(1, groups_for(len, 6), 4);
+    const size_t bytes = pieces_of(len, 2);
+    char *out = allocate_block(8, bytes + bytes / 3, 1);
     if (PTR_IS_NULL(out))
         return nullptr;
     malloc_ptr<char> text(out);

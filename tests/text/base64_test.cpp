@@ -456,6 +456,18 @@ TEST_F(Base64, Base64OfHexEqualsThePlainWay)
     }
 }
 
+TEST_F(Base64, Base64OfHexAsksForFourThirdsOfTheBytesAndTheEnd)
+{
+    BlockSizes sizes;
+    const std::pair<size_t, size_t> cases[] = {{0, 8},  {1, 9},   {2, 9},     {3, 10},
+                                               {5, 12}, {6, 12},  {7, 13},    {8, 13},
+                                               {9, 14}, {12, 16}, {600, 408}, {601, 409}};
+    for (const auto &[length, size] : cases) {
+        from_hex(std::string(length, '7'));
+        EXPECT_EQ(sizes.take(), std::vector<size_t>{size}) << length;
+    }
+}
+
 TEST_F(Base64, Base64WithoutDigits)
 {
     EXPECT_EQ(lh_hex_to_base64(nullptr, 2), nullptr);
