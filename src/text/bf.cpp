@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "core/errno_saver.hpp"
 #include "core/log.hpp"
 #include "text/block.hpp"
 #include "text/hex.hpp"
@@ -66,6 +67,8 @@ int scan_pair(const char *digits)
     }
     if (digits[0] == '\0')
         return -1; // the string may end here
+    // The C library sets errno to 0 where the text ends.
+    const errno_saver saver;
     const char pair[] = {digits[0], digits[1], '\0'};
     unsigned value;
     return sscanf(pair, "%2x", &value) == 1 ? static_cast<int>(value & 0xff) : -1;

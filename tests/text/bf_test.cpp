@@ -486,8 +486,10 @@ TEST_F(Bf, EveryPairIsReadAsSscanfReadsIt)
             const char pair[3] = {static_cast<char>(first), static_cast<char>(second), '\0'};
             unsigned value = 0;
             const bool reads = sscanf(pair, "%02x", &value) == 1;
+            errno = ENOTTY;
             ASSERT_EQ(lh_bf_hex_str_parse(bf.get(), pair, 2), reads ? 0 : -1)
                 << first << ' ' << second;
+            ASSERT_EQ(errno, ENOTTY) << first << ' ' << second;
             ASSERT_EQ(take_lines().size(), reads ? 0u : 1u);
             if (reads) {
                 ASSERT_EQ(bf->base[0], value & 0xff) << first << ' ' << second;
