@@ -47,15 +47,16 @@ typedef struct lh_unit {
  *         %d`. Nothing for a missing file.
  * @blocking on the file system, at the first call.
  * @threads one.
- * @note The modes and the numbers fall back independently of each other. A bad file is never
- *       rewritten. `old_id_after_reboot` is taken as it is read; a file of four numbers leaves it 1.
+ * @note The modes and the numbers fall back independently of each other; of a pair only the first
+ *       one that is out of range is logged. A bad file is never rewritten. `old_id_after_reboot` is
+ *       taken as it is read; a file of four numbers leaves it 1.
  */
 int lh_unit_init(void);
 
 /**
  * The whole record.
  *
- * @param unit where it goes; null is logged.
+ * @param unit where it goes; null is logged, and loads nothing.
  * @return 0, or -1.
  * @errno  of no meaning: the first call, which loads the record, may change it.
  * @log    `PTR_IS_NULL: unit`; the lines of lh_unit_init() at the first call.
@@ -110,8 +111,8 @@ const char *lh_unit_id_get_str_static(void);
 /**
  * The unit's numbers, now and after the next reboot.
  *
- * @param unit_id              where the number goes; null is logged.
- * @param unit_id_after_reboot where the one after the next reboot goes; null is logged.
+ * @param unit_id              where the number goes; null is logged, and loads nothing.
+ * @param unit_id_after_reboot where the one after the next reboot goes; as `unit_id`.
  * @return 0, or -1.
  * @errno  of no meaning: the first call, which loads the record, may change it.
  * @log    `PTR_IS_NULL: unit_id`, `PTR_IS_NULL: unit_id_after_reboot`; the lines of lh_unit_init()

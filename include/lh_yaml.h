@@ -266,6 +266,7 @@ int yaml_prepare_data(yaml_emitter_t *emitter, yaml_event_t *event, FILE *config
  *         them the emitter is untouched and still to be closed.
  * @blocking as writing to the file does.
  * @threads one per emitter.
+ * @note After a failed emit libyaml takes nothing more, so the end of the document is not written.
  * @note After -1 what had been emitted is in the file all the same, unless writing to it, or the
  *       memory for the event that libyaml was looking ahead to, is what failed. Closing a closed
  *       emitter gives -1 and does nothing.

@@ -74,6 +74,7 @@ int syslog_ipsec_parse_subsystem(const char *subsystem);
  * @blocking on the file system.
  * @threads any.
  * @note Everybody may write into the directory.
+ * @note A file that was made and cannot be closed cleanly counts as made.
  */
 int syslog_ipsec_set_default_ipsec_log_config(int force);
 

@@ -80,8 +80,8 @@ int syslog_wireguard_write_flags_to_savefile(const syslog_wireguard_flags_t *fla
  *         syslog_wireguard_write_flags_to_savefile().
  * @blocking on the file system.
  * @threads any.
- * @note Whether the defaults could be written into the file is not looked at: 0 may come back with an
- *       empty file.
+ * @note Whether the defaults could be written into the file is not looked at, nor whether it could
+ *       be closed: 0 may come back with an empty file.
  * @note The directory "/mnt/config/etc/config/vyt/debug" is made with its parents and mode 0777 less
  *       the umask when it is missing; the mode of an existing one is left alone, deliberately unlike
  *       syslog_ipsec_set_default_ipsec_log_config().
@@ -89,7 +89,8 @@ int syslog_wireguard_write_flags_to_savefile(const syslog_wireguard_flags_t *fla
 int syslog_wireguard_set_default_log_config(int force);
 
 /**
- * Read the flags from the save file, which is reset to the defaults when it cannot be found.
+ * Read the flags from the save file, which is reset to the defaults when it cannot be found, for
+ * whatever reason.
  *
  * @param flags where they go; null is logged. A flag whose line is missing keeps its value; of
  *              several lines for one flag the last one counts. On is exactly the value 1.
