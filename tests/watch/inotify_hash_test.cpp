@@ -1,10 +1,8 @@
 // Files whose hashes meet in the watcher's indexes.
 #include "lh_inotify.h"
 
-#include <functional>
-#include <unordered_map>
-
 #include "core/hash_index.hpp"
+#include "support/colliding.hpp"
 #include "watch/watcher.hpp"
 
 using namespace vyt::test;
@@ -13,35 +11,18 @@ class InotifyHash : public WatcherTest {};
 
 namespace {
 
-using hash_of_name = std::function<uint32_t(const std::string &)>;
-
-// Two names of which the first has the same hash as the second, each by its own function.
-std::pair<std::string, std::string> colliding(const hash_of_name &first, const hash_of_name &second)
+// What the watcher's index has hashed of a file before it comes to its name: the directory's watch.
+uint32_t hash_of_watch(int watch)
 {
-    std::unordered_map<uint32_t, std::string> seen;
-    for (int number = 0;; number++) {
-        const std::string name = "n" + std::to_string(number);
-        if (const auto found = seen.find(second(name)); found != seen.end())
-            return {found->second, name};
-        seen.emplace(first(name), name);
-    }
-}
-
-// How the watcher's index hashes a name in a watched directory.
-hash_of_name hash_in_watch(int watch)
-{
-    const uint32_t start = vyt::hash_number(vyt::hash_start, static_cast<uint32_t>(watch));
-    return [start](const std::string &name) { return vyt::hash_text(start, name.c_str()); };
+    return vyt::hash_number(vyt::hash_start, static_cast<uint32_t>(watch));
 }
 
 } // namespace
 
 TEST_F(InotifyHash, FilesWhosePathsHaveOneHashAreToldApart)
 {
-    const hash_of_name hash = [&](const std::string &name) {
-        return vyt::hash_text(vyt::hash_start, (dir(name) + "/f").c_str());
-    };
-    const auto [one, other] = colliding(hash, hash);
+    const uint32_t hash = vyt::hash_text(vyt::hash_start, (temp / "").c_str());
+    const auto [one, other] = colliding_names(hash, hash); // and so whatever stands behind them
     for (const std::string &name : {one, other}) {
         make_directory(dir(name));
         follow_in(dir(name), "f"); // neither is taken for the other, which is followed already
@@ -57,7 +38,7 @@ TEST_F(InotifyHash, FilesOfOneDirectoryWhoseNamesHaveOneHashAreToldApart)
 {
     follow("first");
     const int watch = arm().at(0);
-    const auto [one, other] = colliding(hash_in_watch(watch), hash_in_watch(watch));
+    const auto [one, other] = colliding_names(hash_of_watch(watch), hash_of_watch(watch));
     follow(one);
     follow(other);
     EXPECT_EQ(arm(), (std::vector<int>{watch, watch}));
@@ -79,7 +60,7 @@ TEST_F(InotifyHash, FilesOfTwoDirectoriesWhoseNamesHaveOneHashAreToldApart)
     follow_in(dir("e"), "first");
     const auto watches = arm();
     ASSERT_EQ(watches.size(), 2u);
-    const auto [one, other] = colliding(hash_in_watch(watches[0]), hash_in_watch(watches[1]));
+    const auto [one, other] = colliding_names(hash_of_watch(watches[0]), hash_of_watch(watches[1]));
     follow_in(dir("d"), one);
     follow_in(dir("e"), other);
     EXPECT_EQ(arm(), watches);
