@@ -119,7 +119,7 @@ int lh_netns_set(const char *ns);
  *
  * @return 0 when the thread is in the default namespace now; -1 when it is where it was.
  * @errno  of the failing call.
- * @log    as lh_netns_set(), under its name.
+ * @log    as lh_netns_set(), whose name the lines carry.
  * @blocking as `open` does.
  * @threads any; only the calling thread is moved.
  */
@@ -133,7 +133,8 @@ int lh_netns_set_default(void);
  *
  * @param ns the name, or null.
  * @return the index; 0 at once and without a look at the map when `ns` is null or empty; -1 when
- *         the map has no such name or cannot be opened. A line without a number has index 0.
+ *         the map has no such name or cannot be opened. A line without a number has index 0, and a
+ *         map that cannot be read ends where that happens.
  * @errno  of `fopen` when that failed.
  * @log    `failed to open '%s'` (the map's path); for each line without a colon that was met on the
  *         way `no delimeter in line '%s', skipping` (the line as it was read, its newline

@@ -171,7 +171,8 @@ int lh_vrrp_instance_info_update_disable(const char *netns, uint32_t vrid);
  * @return 0, or -1.
  * @errno  ENODATA, without a line, while nothing is followed; EIO when the watcher or the file
  *         could not be read, or the file's size is no multiple of 576 bytes; ENOENT when the file
- *         is empty; kept while the tracker is not started. 0 after a good reading.
+ *         is empty; kept while the tracker is not started, although its debug line tells of it. 0
+ *         after a good reading, of no meaning when nothing had to be read.
  * @log    `PTR_IS_NULL: ptr` (function `lh_inotify_process`) while the tracker is not started;
  *         `IS_NE check failed: remainder (%lu != %lu) !!!` (function `read_vrrp_info`) for a file
  *         of a wrong size; the lines of lh_file_size_get() and lh_inotify_process(); `IS_ME check
@@ -185,6 +186,8 @@ int lh_vrrp_instance_info_update_disable(const char *netns, uint32_t vrid);
  * @blocking on the file system; see lh_inotify_process() for the seconds that arming a watch may
  *         take while the directory is being lost.
  * @threads the poll loop's.
+ * @note The file is read into memory, as much as it is large, until the call returns: a daemon that
+ *       cuts it short meanwhile does no harm.
  * @note After a failed reading every status is "Unknown". A status file that names one instance
  *       twice counts both for the groups' statuses; the instance is a member once, of the group that
  *       its last record names.
@@ -209,7 +212,7 @@ int lh_vrrp_group_status_get(uint32_t group);
  * @param group 1 to 32.
  * @return 1 when its status is "Master", else 0, also on failure.
  * @errno  as lh_vrrp_group_status_get().
- * @log    as lh_vrrp_group_status_get(), under its name.
+ * @log    as lh_vrrp_group_status_get(), whose name the lines carry.
  * @blocking no.
  * @threads the poll loop's.
  */
@@ -221,7 +224,7 @@ int lh_vrrp_group_status_is_master(uint32_t group);
  * @param group 1 to 32.
  * @return 1 when its status is "Backup", else 0, also on failure.
  * @errno  as lh_vrrp_group_status_get().
- * @log    as lh_vrrp_group_status_get(), under its name.
+ * @log    as lh_vrrp_group_status_get(), whose name the lines carry.
  * @blocking no.
  * @threads the poll loop's.
  */
