@@ -186,8 +186,8 @@ int lh_vrrp_instance_info_update_disable(const char *netns, uint32_t vrid);
  * @blocking on the file system; see lh_inotify_process() for the seconds that arming a watch may
  *         take while the directory is being lost.
  * @threads the poll loop's.
- * @note The file is read into memory, as much as it is large, until the call returns: a publisher that
- *       cuts it short meanwhile does no harm.
+ * @note The file is read into memory, as much as it is large, until the call returns: a publisher
+ *       that cuts it short meanwhile does no harm.
  * @note After a failed reading every status is "Unknown". A status file that names one instance
  *       twice counts both for the groups' statuses; the instance is a member once, of the group that
  *       its last record names.
