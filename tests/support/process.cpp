@@ -112,9 +112,9 @@ bool enter_own_process()
     return false;
 }
 
-bool wait_until(const std::function<bool()> &condition, std::chrono::milliseconds limit)
+bool wait_until(const std::function<bool()> &condition)
 {
-    const auto end = std::chrono::steady_clock::now() + limit;
+    const auto end = std::chrono::steady_clock::now() + patience;
     while (!condition()) {
         if (std::chrono::steady_clock::now() > end)
             return false;

@@ -31,8 +31,8 @@ bool enter_own_process();
 // For how long a test waits for what must come: only a failure takes so long, on whatever machine.
 constexpr std::chrono::seconds patience{120};
 
-// Waits until the condition holds; false when it did not within the limit.
-bool wait_until(const std::function<bool()> &condition, std::chrono::milliseconds limit = patience);
+// Waits until the condition holds; false when it never did.
+bool wait_until(const std::function<bool()> &condition);
 
 // A fresh empty directory, removed with everything in it at the end.
 class TempDir {
